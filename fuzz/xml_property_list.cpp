@@ -1,0 +1,6 @@
+#include "property_list_target.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    checkPropertyList(data, size);
+    return 0;
+}

@@ -1,0 +1,254 @@
+#include "daemon/HVLAutoUninstaller.h"
+
+#include "daemon/ProcessEnd.h"
+#include "logging/HVLLogger.h"
+#include "platform/clock.h"
+#include "platform/diagnostics.h"
+#include "platform/files.h"
+#include "platform/processes.h"
+#include "platform/session.h"
+#include "platform/text.h"
+#include "prefs/HVLUserPrefManager.h"
+#include "web/HVLIPAddressUtil.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <optional>
+
+namespace havrel {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::uint32_t countDownTicks = 86400;
+/// Batches are independent of one another; a few at once keep a slow uninstaller from holding the next ones up.
+constexpr std::size_t concurrentBatches = 4;
+
+std::atomic<HVLAutoUninstaller*> sharedInstance{nullptr};
+/// Who receives the file-system callbacks.
+std::atomic<HVLAutoUninstaller*> callbackReceiver{nullptr};
+
+void fileSystemCallback(const std::vector<platform::FileSystemEvent>& batch) {
+    std::vector<std::string> paths;
+    std::vector<std::uint32_t> flags;
+    for (const platform::FileSystemEvent& event : batch) {
+        paths.push_back(event.path);
+        flags.push_back(event.flags);
+    }
+    if (HVLAutoUninstaller* receiver = callbackReceiver) {
+        receiver->processData(batch.size(), std::move(paths), std::move(flags));
+    }
+}
+
+class BatchOperation : public platform::Operation {
+  public:
+    BatchOperation(HVLAutoUninstaller& receiver, std::vector<platform::FileSystemEvent> batch)
+        : receiver_(receiver)
+        , batch_(std::move(batch)) {}
+
+    void main() override { receiver_.handleFsData(batch_); }
+
+  private:
+    HVLAutoUninstaller& receiver_;
+    std::vector<platform::FileSystemEvent> batch_;
+};
+
+std::optional<std::string> userAtConsole() {
+    auto user = platform::session::consoleUser();
+    return user && (user->empty() || *user == "loginwindow") ? std::nullopt : user;
+}
+
+} // namespace
+
+HVLAutoUninstaller::HVLAutoUninstaller() {
+    if (sharedInstance == nullptr) {
+        operationQueue_ = std::make_unique<platform::OperationQueue>(concurrentBatches);
+        callbackReceiver = this;
+        observations_.push_back(platform::distributed_center::addObserver(
+            "desktopAppStarted", [this](const platform::Notification&) { CheckLogedInUserChanged(); }));
+        observations_.push_back(platform::local_center::addObserver(
+            "UninstallViewer", [this](const platform::Notification&) { viewerUninstallAction(); }));
+    }
+    sharedInstance = this;
+    startTimerForPublicIPCheck();
+}
+
+HVLAutoUninstaller::~HVLAutoUninstaller() {
+    waitingThread_ = {};
+    endWatcher("dealloc called so Stoping startWatcherThread");
+    HVLAutoUninstaller* self = this;
+    callbackReceiver.compare_exchange_strong(self, nullptr);
+    self = this;
+    sharedInstance.compare_exchange_strong(self, nullptr);
+}
+
+HVLAutoUninstaller& HVLAutoUninstaller::sharedController() {
+    if (sharedInstance == nullptr) {
+        // It takes itself for the shared instance and lives as long as the process.
+        static_cast<void>(new HVLAutoUninstaller());
+    }
+    return *sharedInstance;
+}
+
+void HVLAutoUninstaller::launchWather() {
+    HVLLogger::instance().logString("launchWather called ");
+    if (const auto user = userAtConsole()) {
+        {
+            const std::lock_guard lock(mutex_);
+            consoleUser_ = *user;
+        }
+        setWatchList({"/Applications"});
+        HVLLogger::instance().logString("startWatcher calling from launchWather");
+        startWatcher();
+        return;
+    }
+    HVLLogger::instance().logString("No console user name so waitAndLaunch ");
+    waitingThread_ = std::jthread([this](const std::stop_token& stop) {
+        platform::diagnostics::contain("waiting for a console user", [&] { waitAndLaunch(stop); });
+    });
+}
+
+void HVLAutoUninstaller::waitAndLaunch(const std::stop_token& stop) {
+    while (!userAtConsole()) {
+        platform::clock::sleep(1s, stop);
+        if (stop.stop_requested()) {
+            return;
+        }
+    }
+    setWatchList({"/Applications"});
+    HVLLogger::instance().logString("startWatcher calling from waitAndLaunch");
+    startWatcher();
+}
+
+void HVLAutoUninstaller::setWatchList(const std::vector<std::string>& paths) {
+    std::set<std::string> watchList(paths.begin(), paths.end());
+    for (const std::string& entry : platform::files::list("/Users")) {
+        if (entry.front() != '.' && entry != "Shared") {
+            watchList.insert(platform::text::format("/Users/%@/.Trash", entry));
+        }
+    }
+    const std::lock_guard lock(mutex_);
+    watchList_ = std::move(watchList);
+}
+
+void HVLAutoUninstaller::startWatcher() {
+    const std::lock_guard lock(mutex_);
+    if (startWatcherThread_) {
+        HVLLogger::instance().logString(" startWatcher else part startWatcherThread already running");
+        return;
+    }
+    HVLLogger::instance().logString("startWatcher called so starting startWatcherThread");
+    auto watcher = std::make_unique<WatcherThread>();
+    watcher->thread = std::thread([this, &loop = watcher->loop] {
+        platform::diagnostics::contain("watching for the trash", [&] { startWatching(loop); });
+    });
+    startWatcherThread_ = std::move(watcher);
+}
+
+void HVLAutoUninstaller::startWatching(platform::RunLoop& loop) {
+    const std::set<std::string> paths = watchList();
+    const platform::FileSystemEventStream stream(loop, {paths.begin(), paths.end()}, 1000ms, fileSystemCallback);
+    loop.run();
+}
+
+void HVLAutoUninstaller::stopWatcher() { endWatcher("stopWatcher called so Stoping startWatcherThread"); }
+
+void HVLAutoUninstaller::endWatcher(const std::string& logLine) {
+    std::unique_ptr<WatcherThread> stopped;
+    {
+        const std::lock_guard lock(mutex_);
+        stopped = std::move(startWatcherThread_);
+    }
+    if (stopped) {
+        HVLLogger::instance().logString(logLine);
+        // The stream ends with its loop, on its own thread.
+        stopped->loop.stop();
+        stopped->thread.join();
+    }
+}
+
+void HVLAutoUninstaller::processData(std::size_t count, std::vector<std::string> eventPaths,
+                                     std::vector<std::uint32_t> eventFlages) {
+    std::vector<platform::FileSystemEvent> batch;
+    for (std::size_t i = 0; i < std::min({count, eventPaths.size(), eventFlages.size()}); ++i) {
+        batch.push_back({std::move(eventPaths[i]), eventFlages[i]});
+    }
+    if (operationQueue_) {
+        operationQueue_->addOperation(std::make_shared<BatchOperation>(*this, std::move(batch)));
+    }
+}
+
+void HVLAutoUninstaller::handleFsData(const std::vector<platform::FileSystemEvent>& batch) {
+    for (const FolderMove& move : folderMoves(batch)) {
+        HVLLogger::instance().logString("objc - Auto uninstaller ");
+        const TrashedProduct product = trashedProduct(move);
+        if (product == TrashedProduct::host) {
+            isUninstalCalled_ = true;
+            platform::distributed_center::post("UNInstallAction");
+        } else if (product == TrashedProduct::viewer) {
+            viewerUninstallAction();
+        }
+    }
+}
+
+void HVLAutoUninstaller::viewerUninstallAction() {
+    HVLLogger::instanceViewer().logString("Viewer unintall called from helper on move to trash command");
+    platform::processes::system(R"(sh /Library/Application\ Support/HVLViewForMac/Uninstaller)");
+}
+
+void HVLAutoUninstaller::CheckLogedInUserChanged() {
+    const auto user = userAtConsole();
+    const std::string watchedFor = consoleUser();
+    if (watchedFor.empty() || !user || *user == watchedFor || isUninstalCalled_) {
+        return;
+    }
+    stopWatcher();
+    launchWather();
+}
+
+void HVLAutoUninstaller::startTimerForPublicIPCheck() {
+    publicIpTimer_ = std::make_unique<platform::RepeatingTimer>(platform::RunLoop::main(), 3600s,
+                                                                [this] { checkHostPublicIpEveryHour(); });
+}
+
+void HVLAutoUninstaller::checkHostPublicIpEveryHour() {
+    const std::string address = HVLIPAddressUtil::externalIPAddress();
+    if (address == HVLIPAddressUtil::fallbackAddress) {
+        return;
+    }
+    const bool isKnown = platform::textOf(hostPreferences().externalIp()) == address;
+    hostPreferences().setExternalIp(address);
+    if (!isKnown && hostPreferences().isUserConfigured()) {
+        platform::distributed_center::post("UpdatePublicIP", "", {}, platform::deliverImmediately);
+    }
+}
+
+void HVLAutoUninstaller::startTimer() {
+    stopTimer();
+    countDown_ = countDownTicks;
+    stopWatchTimer_ =
+        std::make_unique<platform::RepeatingTimer>(platform::RunLoop::main(), 100ms, [this] { updateTimer(); });
+}
+
+void HVLAutoUninstaller::stopTimer() { stopWatchTimer_.reset(); }
+
+void HVLAutoUninstaller::updateTimer() {
+    if (countDown_ == 0) {
+        stopTimer();
+        endProcess(EXIT_SUCCESS);
+    }
+    --countDown_;
+}
+
+std::set<std::string> HVLAutoUninstaller::watchList() const {
+    const std::lock_guard lock(mutex_);
+    return watchList_;
+}
+
+std::string HVLAutoUninstaller::consoleUser() const {
+    const std::lock_guard lock(mutex_);
+    return consoleUser_;
+}
+
+} // namespace havrel

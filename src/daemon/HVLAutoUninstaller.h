@@ -1,0 +1,98 @@
+// Watches the Applications folder and every user's Trash, and uninstalls what was trashed; checks the public address.
+#pragma once
+
+#include "daemon/TrashRule.h"
+#include "platform/file_system_events.h"
+#include "platform/notifications.h"
+#include "platform/operation_queue.h"
+#include "platform/run_loop.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace havrel {
+
+class HVLAutoUninstaller {
+  public:
+    /// On the main thread, whose run loop carries its notifications and timers. The first object sets everything up; a
+    /// later one only takes over as the shared instance and starts its own public-address timer.
+    HVLAutoUninstaller();
+    /// Stops the watcher and waits for what it still handles.
+    ~HVLAutoUninstaller();
+    HVLAutoUninstaller(const HVLAutoUninstaller&) = delete;
+    HVLAutoUninstaller& operator=(const HVLAutoUninstaller&) = delete;
+
+    /// The object initialised last; made on first use when there is none.
+    static HVLAutoUninstaller& sharedController();
+
+    // Watcher
+
+    /// Starts the watcher, now or, on a thread of its own, once a user is logged in at the console.
+    void launchWather();
+    /// Polls the console once a second until a user is there or a stop is requested, then starts the watcher.
+    void waitAndLaunch(const std::stop_token& stop);
+    /// The paths, and the Trash of every folder in "/Users".
+    void setWatchList(const std::vector<std::string>& paths);
+    void startWatcher();
+    void stopWatcher();
+    /// Runs the event stream on the calling thread until the watcher is stopped.
+    void startWatching(platform::RunLoop& loop);
+
+    /// Queues one batch of events for `handleFsData`.
+    void processData(std::size_t count, std::vector<std::string> eventPaths, std::vector<std::uint32_t> eventFlages);
+    /// Carries the trigger rule out on one batch. On a worker thread.
+    void handleFsData(const std::vector<platform::FileSystemEvent>& batch);
+    /// Runs the viewer's own uninstaller.
+    void viewerUninstallAction();
+    /// Follows the console to another user, unless an uninstall has been requested.
+    void CheckLogedInUserChanged();
+
+    // Timers
+
+    void startTimerForPublicIPCheck();
+    /// Asks for the public address and tells the applications of a configured host when it has changed.
+    void checkHostPublicIpEveryHour();
+
+    /// Ends the process after 86400 ticks of a tenth of a second. No trigger calls it.
+    void startTimer();
+    void stopTimer();
+    void updateTimer();
+
+    std::uint32_t countDown() const { return countDown_; }
+
+    void setCountDown(std::uint32_t ticks) { countDown_ = ticks; }
+
+  private:
+    /// The thread that runs the event stream, with the loop that it runs in.
+    struct WatcherThread {
+        platform::RunLoop loop;
+        std::thread thread;
+    };
+
+    std::set<std::string> watchList() const;
+    std::string consoleUser() const;
+    /// Ends the watcher thread, if there is one, with that line in the log.
+    void endWatcher(const std::string& logLine);
+
+    mutable std::mutex mutex_;
+    std::set<std::string> watchList_;
+    std::string consoleUser_;
+    std::unique_ptr<WatcherThread> startWatcherThread_;
+    std::jthread waitingThread_;
+    std::atomic<bool> isUninstalCalled_{false};
+    std::atomic<std::uint32_t> countDown_{0};
+    std::unique_ptr<platform::RepeatingTimer> stopWatchTimer_;
+    std::unique_ptr<platform::RepeatingTimer> publicIpTimer_;
+    std::vector<platform::ObservationPtr> observations_;
+    /// Last, so that its workers are gone before what they use.
+    std::unique_ptr<platform::OperationQueue> operationQueue_;
+};
+
+} // namespace havrel

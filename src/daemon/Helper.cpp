@@ -1,0 +1,146 @@
+#include "daemon/Helper.h"
+
+#include "daemon/SystemSetingsClass.h"
+#include "logging/HVLLogger.h"
+#include "platform/diagnostics.h"
+#include "platform/json.h"
+#include "platform/processes.h"
+#include "platform/text.h"
+#include "prefs/HVLUserPrefManager.h"
+
+namespace havrel {
+
+namespace {
+
+using platform::processes::system;
+namespace text = platform::text;
+
+bool isBlank(const std::optional<std::string>& id) { return !id || text::trimWhiteSpace(*id).empty(); }
+
+} // namespace
+
+Helper::Helper() {
+    // No step is tested for success, and none that fails stops the sequence.
+    const auto take = [this](void (Helper::*step)()) {
+        platform::diagnostics::contain("start-up", [this, step] { (this->*step)(); });
+    };
+    take(&Helper::openSupportFolder);
+    take(&Helper::startPlistManager);
+    take(&Helper::startPingManager);
+    take(&Helper::observeCommands);
+    take(&Helper::queryPrinter);
+    take(&Helper::settleUniqueId);
+    take(&Helper::validateCloneCaseWithSerialNumber);
+    take(&Helper::settleComputerSleep);
+    take(&Helper::settleDisplaySleep);
+    take(&Helper::settleHostService);
+    take(&Helper::resgisterCTLForEntHostSuite);
+}
+
+void Helper::called() { HVLLogger::instanceHost().logString("HVLHelper :  Called"); }
+
+void Helper::openSupportFolder() {
+    const int status = system(R"(sudo chmod -R 777 /Library/Application\ Support/HVLHostForMac)");
+    HVLLogger::instance().logString(text::format("Write permission status : %d", status));
+}
+
+void Helper::startPlistManager() {
+    plistManagerForSystem_ = std::make_unique<HVLPlistManager>();
+    plistManagerForSystem_->startPlistUpdateManager();
+}
+
+void Helper::startPingManager() {
+    pingManager_ = std::make_unique<HVLPingManager>();
+    pingManager_->startPingOnNewThread();
+}
+
+void Helper::replaceProxyManagers() {
+    // A second pair on purpose: the first one was started before identity and sleep values were settled.
+    replacedPingManagers_.push_back(std::move(pingManager_));
+    plistManagerForSystem_ = std::make_unique<HVLPlistManager>();
+    pingManager_ = std::make_unique<HVLPingManager>();
+    platform::diagnostics::contain("proxy list", [this] { plistManagerForSystem_->startPlistUpdateManager(); });
+    pingManager_->startPingOnNewThread();
+}
+
+void Helper::queryPrinter() { system("lpstat -d"); }
+
+void Helper::observe(const std::string& name, void (Helper::*action)()) {
+    observations_.push_back(platform::distributed_center::addObserver(
+        name, [this, action](const platform::Notification&) { (this->*action)(); }));
+}
+
+void Helper::observe(const std::string& name, void (Helper::*action)(const platform::Notification&)) {
+    observations_.push_back(platform::distributed_center::addObserver(
+        name, [this, action](const platform::Notification& notification) { (this->*action)(notification); }));
+}
+
+void Helper::observeCommands() {
+    observe("EnableActionHost", &Helper::enableAction);
+    observe("DisableAction", &Helper::disableAction);
+    observe("UNInstallAction", &Helper::uninstallHavrelAction);
+    observe("killAction", &Helper::killAndRemoveOldProcessAction);
+    observe("StartDownlad", &Helper::startDownloadandInstallation);
+    observe("sleepState", &Helper::recevedSleepState);
+    observe("kHVLRestartServiceFromHelper", &Helper::restartService);
+    observe("StopDownload", &Helper::stopDownloadandInstallation);
+    HVLLogger::instanceHost().logString("Helper :  SleepState notofocation observer added");
+    for (const char* name :
+         {platform::workspace_center::didWakeNotification, platform::workspace_center::willSleepNotification}) {
+        observations_.push_back(platform::workspace_center::addObserver(
+            name, [this](const platform::Notification& notification) { sleepSateChangeNotifiction(notification); }));
+    }
+    observe("Sleep_Settings_HOST", &Helper::updateSleepDetails);
+}
+
+void Helper::settleUniqueId() {
+    std::optional<std::string> uniqueId = platform::textOf(hostPreferences().uniqueID());
+    if (isBlank(uniqueId)) {
+        uniqueId = fetchUniqueId();
+    }
+    if (hostPreferences().eUsername()) {
+        uniqueId = validateUniqueId(uniqueId);
+    }
+    hostPreferences().setUniqueID(uniqueId);
+    HVLUserPrefManager::sharedHVLUserPrefManager().viewerPref().setUniqueID(uniqueId);
+}
+
+void Helper::settleComputerSleep() {
+    computerSleep_ = displaySleep_ = "";
+    if (const auto stored = hostPreferences().computerSleep()) {
+        computerSleep_ = stored->description();
+        return;
+    }
+    computerSleep_ = text::format("%llu", SystemSetingsClass::getComputerSleep());
+    hostPreferences().setComputerSleep(computerSleep_);
+}
+
+void Helper::settleDisplaySleep() {
+    if (const auto stored = hostPreferences().displaySleep()) {
+        displaySleep_ = stored->description();
+        return;
+    }
+    displaySleep_ = text::format("%llu", SystemSetingsClass::getDisplaySleep());
+    hostPreferences().setDisplaySleep(displaySleep_);
+}
+
+void Helper::settleHostService() {
+    const bool isServiceEnabled = hostPreferences().isServiceEnabled();
+    platform::diagnostics::contain("second proxy managers", [this] { replaceProxyManagers(); });
+    if (isServiceEnabled) {
+        enableAction();
+    } else {
+        disableAction();
+    }
+}
+
+void Helper::restartService() {
+    disableAction();
+    enableAction();
+}
+
+std::optional<std::string> Helper::getJsonStringByDictionary(const platform::Dictionary& dictionary) {
+    return platform::json::prettyPrinted(dictionary);
+}
+
+} // namespace havrel

@@ -1,0 +1,65 @@
+#include "daemon/SystemSetingsClass.h"
+
+#include "platform/diagnostics.h"
+#include "platform/processes.h"
+#include "platform/text.h"
+
+namespace havrel {
+
+namespace {
+
+using platform::processes::TaskOutput;
+namespace text = platform::text;
+
+TaskOutput run(const std::string& command) {
+    using namespace platform::processes;
+    try {
+        TaskOutput output = runTask("/bin/bash", {"-c", command}, Capture::both);
+        return {text::decodeUtf8(output.standardOutput).value_or(""),
+                text::decodeUtf8(output.standardError).value_or("")};
+    } catch (const platform::Exception& exception) {
+        // Without a shell there is no answer: the same as a tool that complains.
+        return {"", exception.what()};
+    }
+}
+
+std::uint64_t minutesIn(const TaskOutput& output, const std::string& label) {
+    if (!output.standardError.empty()) {
+        return SystemSetingsClass::failed;
+    }
+    const auto pieces = text::split(output.standardOutput, label);
+    if (pieces.size() < 2) {
+        return SystemSetingsClass::never;
+    }
+    const auto number = text::split(pieces[1], "minutes");
+    if (number.size() < 2) {
+        return SystemSetingsClass::never;
+    }
+    return static_cast<std::uint64_t>(text::integerValue(number[0]));
+}
+
+bool setTimer(const std::string& command, std::uint64_t minutes) {
+    const std::string timer = minutes < SystemSetingsClass::never ? std::to_string(minutes) : "Never";
+    const TaskOutput output = run(text::format(command, timer));
+    return output.standardError.empty() && !output.standardOutput.empty();
+}
+
+} // namespace
+
+std::uint64_t SystemSetingsClass::getComputerSleep() {
+    return minutesIn(run("systemsetup -getcomputersleep"), "Computer Sleep: after");
+}
+
+std::uint64_t SystemSetingsClass::getDisplaySleep() {
+    return minutesIn(run("systemsetup -getdisplaysleep"), "Display Sleep: after");
+}
+
+bool SystemSetingsClass::setDisableComputerSleep(std::uint64_t minutes) {
+    return setTimer("systemsetup -setcomputersleep %@", minutes);
+}
+
+bool SystemSetingsClass::setDisableDisplaySleep(std::uint64_t minutes) {
+    return setTimer("systemsetup -setdisplaysleep %@", minutes);
+}
+
+} // namespace havrel

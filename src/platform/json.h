@@ -1,0 +1,20 @@
+// JSON as the platform's parser takes it: the root is an object or an array, nesting and size are bounded.
+// Every operation may be called from any thread.
+#pragma once
+
+#include "platform/error.h"
+#include "platform/value.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace platform::json {
+
+/// The value, or nothing with `error` filled. `error` is left untouched on success.
+std::optional<Value> parse(std::string_view bytes, std::optional<Error>& error);
+
+/// With line breaks and indentation; nothing when the value holds what JSON cannot (data, dates, non-finite reals).
+std::optional<std::string> prettyPrinted(const Value& value);
+
+} // namespace platform::json

@@ -1,0 +1,9 @@
+#include "platform/error.h"
+
+namespace platform {
+
+std::string Error::description() const {
+    return "Error Domain=" + domain + " Code=" + std::to_string(code) + " \"" + localizedDescription + "\"";
+}
+
+} // namespace platform

@@ -1,0 +1,30 @@
+// A serial dispatch queue: tasks run one at a time, in the order submitted, on a thread of the queue's own.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace platform {
+
+class SerialQueue {
+  public:
+    /// `label` names the queue in diagnostics.
+    explicit SerialQueue(std::string label);
+    /// Runs what is queued to its end.
+    ~SerialQueue();
+    SerialQueue(const SerialQueue&) = delete;
+    SerialQueue& operator=(const SerialQueue&) = delete;
+
+    /// Queues a task and returns at once. From any thread. A task's exception is reported and ends that task only.
+    /// Raises std::system_error, with nothing queued, when the queue's thread cannot be started.
+    void async(std::function<void()> task);
+    /// Blocks until everything queued before the call has run. Not from a task of this queue.
+    void drain();
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace platform

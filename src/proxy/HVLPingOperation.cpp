@@ -1,0 +1,17 @@
+#include "proxy/HVLPingOperation.h"
+
+namespace havrel {
+
+std::shared_ptr<HVLPingOperation> HVLPingOperation::initWithPingHost(HVLPingHostPtr pingHost) {
+    auto operation = std::make_shared<HVLPingOperation>();
+    operation->pingHost_ = std::move(pingHost);
+    return operation;
+}
+
+void HVLPingOperation::main() {
+    if (!isCancelled()) {
+        pingHost_->pingToProxyNow();
+    }
+}
+
+} // namespace havrel

@@ -1,0 +1,171 @@
+#include "proxy/HVLPlistManager.h"
+
+#include "logging/HVLLogger.h"
+#include "platform/files.h"
+#include "platform/json.h"
+#include "platform/network.h"
+#include "platform/notifications.h"
+#include "platform/processes.h"
+#include "platform/system_info.h"
+#include "platform/text.h"
+#include "util/ProductPaths.h"
+#include "web/HVLConnectionUtil.h"
+#include "web/HVLUrl.h"
+#include "web/NSStringHVL.h"
+
+namespace havrel {
+
+namespace text = platform::text;
+using platform::Value;
+
+namespace {
+
+/// The proxy that an answer always gives first.
+constexpr const char* firstProxy = "P1";
+
+/// A stored best latency above this many milliseconds calls for a ping to all proxies.
+constexpr std::int32_t slowLatency = 50;
+
+void log(const std::string& line) { HVLLogger::instanceHost().logString(line); }
+
+std::string listUrl() { return HVLUrl::getStringUrlBaseNET("/cgi-bin/hvl/v4/get_proxy_list.cgi"); }
+
+/// The shell takes the path's two halves for two files; the lines have always been sent so.
+void openProxyFiles() {
+    for (const std::string& path : {paths::proxies, paths::allProxies, paths::allProxies}) {
+        platform::processes::system(text::format("sudo chmod 777 %@", path));
+    }
+}
+
+HVLPingHost::Text domainOf(const Value* proxy) { return proxy != nullptr ? proxy->textMember("domain") : std::nullopt; }
+
+/// Fisher-Yates from the front. The bias of the remainder doesn't matter: no client is to prefer the first proxies.
+void shuffle(HVLPingMutableArray& list) {
+    for (std::size_t i = 0; i < list.count(); ++i) {
+        const std::size_t other = i + platform::system_info::random() % (list.count() - i);
+        const HVLPingHostPtr record = list.objectAtIndex(i);
+        list.replaceObjectAtIndex(i, list.objectAtIndex(other));
+        list.replaceObjectAtIndex(other, record);
+    }
+}
+
+/// Whether the best stored latency is a slow one.
+bool isPingToAll(HVLPingMutableArray stored) {
+    stored.removeAllZeroPings();
+    stored.sortPingArrayByMinimumPingTime();
+    if (stored.count() == 0) {
+        return false;
+    }
+    const HVLPingHost& best = *stored.objectAtIndex(0);
+    const std::uint64_t latency = best.pingTime();
+    log(text::format("Host Name: %@ Latency: %lu", best.ipAddr(), latency));
+    return static_cast<std::int32_t>(latency) > slowLatency;
+}
+
+} // namespace
+
+HVLPlistManager HVLPlistManager::initWithPlist(std::string path) {
+    HVLPlistManager manager;
+    manager.hostPlistPath_ = std::move(path);
+    return manager;
+}
+
+void HVLPlistManager::startPlistUpdateManager() const {
+    if (!platform::files::exists(paths::hostInstallMarker)) {
+        return;
+    }
+    try {
+        log("Helper :  app is installed now so fetch proxy list from server and ping to ALL");
+        checkProxyIsChanged();
+    } catch (const platform::Exception&) {
+        // An answer with an incomplete proxy is passed over.
+    }
+}
+
+void HVLPlistManager::checkProxyIsChanged() const {
+    openProxyFiles();
+    const std::optional<std::string> body = fetchProxyListFromServer();
+    log("Host : ProxyList : CheckForProxyUpdate()");
+    if (!body) {
+        log("Host : ProxyList : NIL");
+        return;
+    }
+    std::optional<HVLPingMutableArray> fresh = mapProxyStringToProxyList(*body);
+    if (fresh) {
+        shuffle(*fresh);
+    }
+    const auto stored = HVLPingMutableArray::initWithPlistWithPath(paths::allProxies);
+    const bool changed = fresh && isProxyListChanged(*fresh, stored);
+    const bool pingToAll = isPingToAll(stored);
+    log(text::format("HOST : PListManager : isProxyChanged : %d", changed));
+    log(text::format("HOST : PListManager : isProxyChanged:%d isPingToALL:%d", changed, pingToAll));
+    writeProxyOnFile(paths::allProxies, fresh);
+    generateNotificationForChange();
+}
+
+std::optional<std::string> HVLPlistManager::fetchProxyListFromServer() const { return getUpdatedProxyOnGetRequest(); }
+
+std::optional<std::string> HVLPlistManager::getUpdatedProxyOnGetRequest() const {
+    std::optional<HVLError> dropped;
+    return platform::network::sendSynchronousRequest(
+        HVLConnectionUtil::request(NSStringHVL::percentEscaped(listUrl(), "+")), dropped);
+}
+
+std::optional<std::string> HVLPlistManager::getUpdatedProxyList() const {
+    std::optional<HVLError> dropped;
+    return HVLConnectionUtil().getContentOfUrl(listUrl(), dropped);
+}
+
+std::optional<HVLPingMutableArray> HVLPlistManager::mapProxyStringToProxyList(const std::string& body) const {
+    std::optional<platform::Error> dropped;
+    const std::optional<Value> root = platform::json::parse(body, dropped);
+    if (!root || root->dictionary() == nullptr) {
+        return std::nullopt;
+    }
+    HVLPingMutableArray list;
+    const auto add = [&list](const std::string& name, const Value* proxy) {
+        list.addObject(HVLPingHost::initWithHostName(name, domainOf(proxy), name));
+    };
+    const Value* proxies = root->member("proxy_list");
+    add(firstProxy, proxies != nullptr ? proxies->member(firstProxy) : nullptr);
+    if (proxies != nullptr && proxies->dictionary() != nullptr) {
+        for (const auto& [name, proxy] : *proxies->dictionary()) {
+            if (name != firstProxy) {
+                add(name, &proxy);
+            }
+        }
+    }
+    return list;
+}
+
+bool HVLPlistManager::isProxyListChanged(const HVLPingMutableArray& fresh, const HVLPingMutableArray& stored) const {
+    if (fresh.count() == 0) {
+        return false;
+    }
+    HVLPingMutableArray left = stored.copyArray();
+    for (const HVLPingHostPtr& host : fresh) {
+        const HVLPingHostPtr known = left.findHost(host->hostName());
+        const std::string address = host->ipAddr().value_or("");
+        if (!known || address.empty() || known->ipAddr() != address) {
+            return true;
+        }
+        left.removeObject(known);
+    }
+    if (left.count() == 0) {
+        return false;
+    }
+    HVLLogger::instance().logString("HOST : PListManager : iSChanged");
+    return true;
+}
+
+void HVLPlistManager::writeProxyOnFile(const std::string& path,
+                                       const std::optional<HVLPingMutableArray>& content) const {
+    const bool written = content && content->writeProxyOnFile(path);
+    log(text::format("HOST : PListManager : write : %d", written));
+}
+
+void HVLPlistManager::generateNotificationForChange() const {
+    platform::distributed_center::post("HVLProxyStateChangedNotification");
+}
+
+} // namespace havrel

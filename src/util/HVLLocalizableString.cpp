@@ -1,0 +1,44 @@
+#include "util/HVLLocalizableString.h"
+
+#include "platform/property_list.h"
+
+#include <mutex>
+
+namespace havrel {
+
+namespace {
+
+constexpr auto tablePath = "/Applications/HavrelSuite.app/Contents/Resources/HVLLocalizable.plist";
+
+/// The table of texts, loaded now if it has not been; nothing while it cannot be. Kept from then on.
+const platform::Dictionary* localizedStrings() {
+    static std::mutex mutex;
+    static std::optional<platform::Value> table;
+    const std::lock_guard lock(mutex);
+    if (!table) {
+        auto loaded = platform::property_list::readFile(tablePath);
+        if (!loaded || loaded->dictionary() == nullptr) {
+            return nullptr;
+        }
+        table = std::move(loaded);
+    }
+    return table->dictionary();
+}
+
+} // namespace
+
+std::string HVLLocalizableString::doLocalizeString(const std::optional<std::string>& text,
+                                                   const std::optional<std::string>& /*comment*/) {
+    if (!text) {
+        return {};
+    }
+    if (const auto* table = localizedStrings()) {
+        const auto found = table->find(*text);
+        if (found != table->end() && found->second.text() != nullptr) {
+            return *found->second.text();
+        }
+    }
+    return *text;
+}
+
+} // namespace havrel

@@ -1,0 +1,112 @@
+#include "web/HVLCloneHostRegistration.h"
+
+#include "logging/HVLLogger.h"
+#include "platform/deployment.h"
+#include "platform/json.h"
+#include "platform/text.h"
+#include "prefs/HVLUserPrefManager.h"
+#include "web/HVLConnectionUtil.h"
+#include "web/HVLUrl.h"
+
+namespace havrel {
+
+namespace {
+
+namespace text = platform::text;
+using platform::Value;
+
+std::string configureClientUrl() {
+    return text::format(
+        "https://%@/hvlnew/api/config/v1/configureClients?token=%@&topic_id=%@&app_pwd=%@&id=%@&host_description=%@"
+        "&os=%@&version=%@&trust_token=%@",
+        platform::deployment::apiHost(), encoded(hostPreferences().viewerToken()),
+        encoded(hostPreferences().proxyTopic()), encoded(hostPreferences().appPassword()),
+        encoded(hostPreferences().uniqueID()), encoded(hostPreferences().hostDecription()),
+        hostPreferences().MacOSVersionWithAllDigits(), hostPreferences().havrelVersion(),
+        encoded(hostPreferences().trustToken()));
+}
+
+std::string updateHostInfoUrl() {
+    return HVLUrl::getStringUrlBaseNET(
+        text::format("/cgi-bin/hvl/v1/update_host_info.cgi?token=%@&host_description=%@&offline=%d",
+                     encoded(hostPreferences().hostID()), encoded(hostPreferences().hostDecription()), 0));
+}
+
+std::optional<Value> parsed(const std::optional<std::string>& json) {
+    std::optional<HVLError> ignored;
+    return json ? platform::json::parse(*json, ignored) : std::nullopt;
+}
+
+std::optional<Value> member(const std::optional<Value>& object, std::string_view name) {
+    const Value* value = object ? object->member(name) : nullptr;
+    return value != nullptr ? std::optional(*value) : std::nullopt;
+}
+
+/// What the service hands out to be stored. Null and containers count as absent: no preference file may be able to hold
+/// them, and none of them is a token.
+std::optional<Value> scalarMember(const std::optional<Value>& object, std::string_view name) {
+    auto value = member(object, name);
+    const bool isScalar = value && !value->isNull() && value->array() == nullptr && value->dictionary() == nullptr;
+    return isScalar ? value : std::nullopt;
+}
+
+/// The new token becomes the host's, and that of the user who is logged in.
+void store(const std::optional<Value>& token, const std::optional<Value>& topic) {
+    hostPreferences().setHostID(token);
+    hostPreferences().setProxyTopicHost(topic);
+    const auto user = platform::textOf(hostPreferences().loggedInUsername());
+    if (user && !user->empty()) {
+        hostPreferences().setLoggedinhostIDS(
+            platform::Array{token ? platform::Dictionary{{*user, *token}} : platform::Dictionary{}});
+    }
+}
+
+} // namespace
+
+void HVLCloneHostRegistration::registerNewHostForClone() const {
+    if (configureClonedHost()) {
+        updateHostInfo();
+    }
+}
+
+bool HVLCloneHostRegistration::configureClonedHost() const {
+    HVLLogger& log = HVLLogger::instance();
+    log.logString(text::format("Configure client for new registration: %@", hostPreferences().hostDecription()));
+    const std::string url = configureClientUrl();
+    std::optional<HVLError> ignored;
+    const auto bytes = HVLConnectionUtil().getContentOfUrl(url, ignored);
+    if (!bytes) {
+        return true;
+    }
+    const auto answer = parsed(bytes);
+    const auto status = member(answer, "status");
+    log.logString(text::format("Get Host token response string  is %@", status));
+    std::optional<Value> registration;
+    if (status == Value("OK")) {
+        registration = parsed(platform::textOf(member(answer, "message")));
+        const auto refusal = member(registration, "error");
+        if (refusal && refusal->integerValue() >= 1) {
+            log.logString(url);
+            log.logString(answer->description());
+            HVLLogger::instanceHost().logString("Service: ConfigureClient: Host description already exist.");
+            return false;
+        }
+    }
+    // Whatever did not succeed clears both, so that no stale token is left.
+    store(scalarMember(registration, "access_token"), scalarMember(registration, "proxy_topic"));
+    return true;
+}
+
+void HVLCloneHostRegistration::updateHostInfo() const {
+    HVLLogger& log = HVLLogger::instanceHost();
+    const std::string url = updateHostInfoUrl();
+    log.logString(text::format("Clone : Update Host Info : %@", url));
+    std::optional<HVLError> error;
+    const auto answer = HVLConnectionUtil().getStringContentOfUrlWithoutSpaceEscape(url, error);
+    if (error) {
+        log.logString(text::format("Clone : Update Host Info : %@", *error));
+    }
+    log.logString(text::format("Clone : Update host Info : %@", answer.value_or("")));
+}
+
+} // namespace havrel

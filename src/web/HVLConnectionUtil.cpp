@@ -1,0 +1,139 @@
+#include "web/HVLConnectionUtil.h"
+
+#include "platform/text.h"
+#include "prefs/HVLUserPrefManager.h"
+#include "web/NSStringHVL.h"
+
+#include <string_view>
+#include <utility>
+
+namespace havrel {
+
+namespace {
+
+namespace network = platform::network;
+namespace text = platform::text;
+
+constexpr std::string_view errorMarker = "Error: ";
+constexpr std::string_view successMarker = "Success: ";
+
+/// The version comes from a file that anybody may write: it must not be able to swell every request.
+constexpr std::size_t longestVersion = 256;
+
+constexpr std::string_view serviceUser = "svc4821_lmn";
+constexpr std::string_view servicePassword = "k#7mQ@z2Lp0$w91";
+
+/// A POST whose URL ends before the first "?", with the rest as its body; its length header is still to be set.
+network::Request postRequest(const std::string& url) {
+    const std::size_t question = url.find('?');
+    network::Request request = HVLConnectionUtil::request(url.substr(0, question));
+    request.method = "POST";
+    if (question != std::string::npos) {
+        request.body = url.substr(question + 1);
+    }
+    return request;
+}
+
+std::optional<std::string> sendPost(network::Request request, std::optional<HVLError>& error) {
+    if (request.body) {
+        // Characters, not bytes: the service's endpoints have always been given this number.
+        request.headers.emplace_back("Content-length", text::format("%lu", text::length(*request.body)));
+    }
+    return network::sendSynchronousRequest(request, error);
+}
+
+/// The answer as text, none for an error answer. Absent bytes read as an empty text, so that a transport failure is
+/// told from an error answer.
+std::optional<std::string> checkedText(const std::optional<std::string>& answer, std::optional<HVLError>& error) {
+    if (HVLConnectionUtil::ifErrorMessage(answer, error)) {
+        return std::nullopt;
+    }
+    return text::decodeUtf8(answer.value_or(""));
+}
+
+} // namespace
+
+std::optional<std::string> HVLConnectionUtil::getContentOfUrlGetRequest(const std::string& url,
+                                                                        std::optional<HVLError>& error) const {
+    return checkedText(network::sendSynchronousRequest(request(url), error), error);
+}
+
+std::optional<std::string> HVLConnectionUtil::getContentOfUrl(const std::string& url,
+                                                              std::optional<HVLError>& error) const {
+    return sendPost(postRequest(url), error);
+}
+
+std::optional<std::string> HVLConnectionUtil::getContentOfUrl(const std::string& url, double /*timeIntervalinSec*/,
+                                                              std::optional<HVLError>& error) const {
+    auto answer = getContentOfUrl(url, error);
+    if (ifErrorMessage(answer, error)) {
+        return std::nullopt;
+    }
+    return answer;
+}
+
+std::optional<std::string> HVLConnectionUtil::getContentOfUrlForErrorCode(const std::string& url,
+                                                                          std::optional<HVLError>& error) const {
+    network::Request request = postRequest(url);
+    const std::string credential = text::format("%@:%@", serviceUser, servicePassword);
+    request.headers.emplace_back("Authorization", text::format("Basic %@", text::base64Encode(credential)));
+    return sendPost(std::move(request), error);
+}
+
+std::optional<std::string> HVLConnectionUtil::getStringContentOfUrl(const std::string& url,
+                                                                    std::optional<HVLError>& error) const {
+    return checkedText(getContentOfUrl(url, error), error);
+}
+
+std::optional<std::string> HVLConnectionUtil::getStringContentOfUrl(const std::string& url,
+                                                                    double /*timeIntervalinSec*/,
+                                                                    std::optional<HVLError>& error) const {
+    return getStringContentOfUrl(url, error);
+}
+
+std::optional<std::string>
+HVLConnectionUtil::getStringContentOfUrlWithoutSpaceEscape(const std::string& url,
+                                                           std::optional<HVLError>& error) const {
+    error.reset();
+    const auto answer = getContentOfUrl(url, error);
+    // Callers take an error in the slot for the service's refusal; a failure to reach it is none.
+    error.reset();
+    return checkedText(answer, error);
+}
+
+network::Request HVLConnectionUtil::request(const std::string& url) {
+    network::Request request;
+    request.url = url;
+    const std::string version = text::format("%@", hostPreferences().havrelVersion());
+    request.headers.emplace_back("User-Agent", "Havrel Mac:" + text::prefix(version, longestVersion));
+    return request;
+}
+
+HVLError HVLConnectionUtil::addErrorWithCode(std::int64_t code, const std::string& description) {
+    return {"com.Dravex.HVLErrorDomain", code, description};
+}
+
+bool HVLConnectionUtil::ifErrorMessage(const std::optional<std::string>& response, std::optional<HVLError>& error) {
+    const bool marked = response && (response->starts_with("\nError") || response->starts_with(errorMarker));
+    if (!marked || !text::isValidUtf8(*response)) {
+        return false;
+    }
+    error = addErrorWithCode(0, text::replaceAll(*response, errorMarker, ""));
+    return true;
+}
+
+std::optional<std::string> HVLConnectionUtil::extractInfoFromSucessStr(const std::optional<platform::Value>& str) {
+    auto payload = platform::textOf(str);
+    if (payload && payload->find(successMarker) != std::string::npos) {
+        // The marker is expected at the very start, and is cut off there wherever it was found.
+        return text::dropPrefix(*payload, successMarker.size());
+    }
+    return payload;
+}
+
+std::string HVLConnectionUtil::urlEncodeUsingEncoding(StringEncoding /*encoding*/,
+                                                      const std::optional<platform::Value>& withString) {
+    return withString ? NSStringHVL::percentEscaped(withString->description(), "!*'();@&+=$,/?%#[] ") : std::string();
+}
+
+} // namespace havrel

@@ -1,0 +1,74 @@
+// The built daemon on a machine of the test's own. Every test ends it by SIGTERM and checks how it went down.
+#pragma once
+
+#include "platform/property_list.h"
+#include "trial/support/bus_client.h"
+#include "trial/support/machine.h"
+#include "trial/support/wait.h"
+#include "util/ProductPaths.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace e2e {
+
+class DaemonTest : public testing::Test {
+  protected:
+    DaemonTest() { machine.tools.scriptInstantPing(); }
+
+    void start() {
+        trial::Environment environment = settings;
+        environment.merge(machine.environment());
+        daemon = std::make_unique<trial::DaemonProcess>(HAVREL_DAEMON, environment, machine.root.folder());
+    }
+
+    /// Starts it and waits until its start-up sequence is over.
+    void startUp() {
+        // An earlier start may have left its own line.
+        const auto before = countLogged("HVLHelper :  Called");
+        start();
+        ASSERT_TRUE(trial::eventually([&] { return countLogged("HVLHelper :  Called") > before; }))
+            << daemon->diagnostics();
+    }
+
+    void TearDown() override {
+        ASSERT_EQ(daemon->terminate(), 0) << daemon->diagnostics();
+        EXPECT_EQ(machine.root.logged(trial::generalLog).back(), "HavrelHelper : Called : Down");
+        EXPECT_THAT(daemon->diagnostics(), testing::Not(testing::HasSubstr("Sanitizer")));
+    }
+
+    /// How often the line stands in the host log.
+    std::ptrdiff_t countLogged(const std::string& line) const {
+        return std::ranges::count(machine.root.logged(trial::hostLog), line);
+    }
+
+    void setPreferences(const platform::Dictionary& preferences) const {
+        machine.root.write(trial::hostPreferences, platform::property_list::toXml(preferences).value());
+    }
+
+    /// Posts a notification that is answered by two `killall` at once: the daemon lives and is in its loop.
+    void expectAnswer() {
+        const std::size_t before = machine.tools.calls("killall").size();
+        client.post("killAction");
+        EXPECT_TRUE(trial::eventually([&] { return machine.tools.calls("killall").size() == before + 2; }))
+            << daemon->diagnostics();
+    }
+
+    trial::Machine machine;
+    trial::BusClient client{machine.bus.address()};
+    /// Environment of the daemon's that differs from the machine's.
+    trial::Environment settings;
+    std::unique_ptr<trial::DaemonProcess> daemon;
+};
+
+/// Whether the lines stand in `all` in this order, others between them or not.
+inline bool inOrder(const std::vector<std::string>& all, const std::vector<std::string>& wanted) {
+    auto next = wanted.begin();
+    for (const std::string& line : all) {
+        next += next != wanted.end() && *next == line ? 1 : 0;
+    }
+    return next == wanted.end();
+}
+
+} // namespace e2e

@@ -1,0 +1,174 @@
+#include "e2e/daemon_test.h"
+
+namespace e2e {
+
+using platform::Array;
+using platform::Dictionary;
+using platform::Value;
+
+namespace {
+
+const std::string configurePath = "/hvlnew/api/config/v1/configureClients";
+const std::string updatePath = "/cgi-bin/hvl/v1/update_host_info.cgi";
+const std::string serialFile = "/sys/class/dmi/id/product_serial";
+const std::string address = "02:00:5e:10:00:01";
+
+/// What becomes of the machine, its disk and its users.
+class MachineTest : public DaemonTest {
+  protected:
+    MachineTest() { std::filesystem::remove(machine.root.at(havrel::paths::hostInstallMarker)); }
+
+    /// Without the key that the pingers write at times of their own.
+    Dictionary preferences() const {
+        const auto content = machine.root.propertyList(trial::hostPreferences);
+        Dictionary stored = content && content->dictionary() != nullptr ? *content->dictionary() : Dictionary();
+        stored.erase("HavrelPingToProxyDone");
+        return stored;
+    }
+
+    void restart() {
+        ASSERT_EQ(daemon->terminate(), 0) << daemon->diagnostics();
+        std::filesystem::remove(machine.root.at(trial::hostLog));
+        machine.service.reset();
+        machine.service.answer(configurePath, answer);
+        startUp();
+    }
+
+    void move(const std::string& from, const std::string& to) const {
+        std::filesystem::rename(machine.root.at(from), machine.root.at(to));
+    }
+
+    std::ptrdiff_t countInGeneralLog(const std::string& line) const {
+        return std::ranges::count(machine.root.logged(trial::generalLog), line);
+    }
+
+    /// Moves a folder of no product to and fro until the watcher has noticed; what was moved before has been handled.
+    void expectWatched() const {
+        const std::string line = "objc - Auto uninstaller ";
+        const auto before = countInGeneralLog(line);
+        machine.root.installApplication("Other");
+        EXPECT_TRUE(trial::eventually([&] {
+            move("/Applications/Other.app", "/Users/ann/.Trash/Other.app");
+            move("/Users/ann/.Trash/Other.app", "/Applications/Other.app");
+            return countInGeneralLog(line) > before;
+        }));
+    }
+
+    std::size_t uninstalls() const { return machine.tools.calls("sh").size(); }
+
+    trial::WebAnswer answer{
+        .body = R"({"status":"OK","message":"{\"error\":0,\"access_token\":\"T2\",\"proxy_topic\":\"P2\"}"})"};
+};
+
+} // namespace
+
+TEST_F(MachineTest, CloneRegistersOnceAsANewHost) {
+    setPreferences({{"EUsername", "ann@example.org"},
+                    {"isServiceEnabled", true},
+                    {"hostID", "T1"},
+                    {"viewerToken", "V&"},
+                    {"proxyTopic", "P1"},
+                    {"APP_Password", "a b"},
+                    {"trust_token", "tt"},
+                    {"HavrelVersion", "7.1"},
+                    {"HostDescription", "Office-Mac"}});
+    startUp();
+    EXPECT_EQ(countLogged("Helper : No Saved serial number exists: New installation"), 1);
+    EXPECT_EQ(preferences().at("serialNumber"), Value("TRIAL-0001"));
+    EXPECT_EQ(preferences().at("uniqueId"), Value(address));
+    EXPECT_TRUE(machine.service.requests().empty());
+
+    machine.root.write(serialFile, "TRIAL-0002\n");
+    restart();
+    const Dictionary clone = preferences();
+    EXPECT_EQ(clone.at("serialNumber"), Value("TRIAL-0002"));
+    // The interface is the same, so its address tells the two machines no longer apart.
+    EXPECT_EQ(clone.at("uniqueId"), Value("TRIAL-0002"));
+    EXPECT_THAT(*clone.at("HostDescription").text(), testing::MatchesRegex("Office-Mac_[1-9][0-9][0-9][0-9][0-9]"));
+    EXPECT_EQ(clone.at("hostID"), Value("T2"));
+    EXPECT_EQ(clone.at("ProxyTopicHost"), Value("P2"));
+    EXPECT_EQ(clone.at("macSystemModel"), Value("Trial machine"));
+    EXPECT_EQ(clone.at("loggedInHostIDS"), Value(Array()));
+    EXPECT_EQ(clone.at("updateFlag12AfterConfigure"), Value(true));
+    const std::string description = *clone.at("HostDescription").text();
+    const auto requests = machine.service.requests();
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_EQ(requests[0].method + " " + requests[0].target, "POST " + configurePath);
+    const std::string version = requests[0].body.substr(
+        requests[0].body.find("&os="), requests[0].body.find("&version=") - requests[0].body.find("&os="));
+    EXPECT_EQ(requests[0].body, "token=V%26&topic_id=P1&app_pwd=a%20b&id=TRIAL-0002&host_description=" + description +
+                                    version + "&version=7.1&trust_token=tt");
+    EXPECT_EQ(requests[1].method + " " + requests[1].target, "POST " + updatePath);
+    EXPECT_EQ(requests[1].body, "token=T2&host_description=" + description + "&offline=0");
+
+    restart();
+    EXPECT_EQ(countLogged("Helper : Saved serial number matches with System serial number"), 1);
+    EXPECT_TRUE(machine.service.requests().empty());
+    EXPECT_EQ(preferences(), clone);
+}
+
+TEST_F(MachineTest, UnusableIdentityFallsBackToTheSerialNumber) {
+    machine.root.write("/sys/class/net/eth0/address", "00:00:00:00:00:00\n");
+    setPreferences({{"uniqueId", "  "}, {"EUsername", "ann@example.org"}});
+    startUp();
+    EXPECT_EQ(preferences().at("uniqueId"), Value("TRIAL-0001"));
+    EXPECT_EQ(preferences().at("isUniqueIdChanged"), Value(true));
+    EXPECT_TRUE(client.waitForCount("uniqueIdChanged", 1));
+    const auto viewer = machine.root.propertyList("/Library/Application Support/HVLHostForMac/.ViewerPref.plist");
+    ASSERT_TRUE(viewer && viewer->member("uniqueId") != nullptr);
+    EXPECT_EQ(*viewer->member("uniqueId"), Value("TRIAL-0001"));
+    // A thousand boards say so; that makes them no clones of one another.
+    for (const char* placeholder : {"Default string\n", "To Be Filled By O.E.M.\n", "None\n"}) {
+        machine.root.write(serialFile, placeholder);
+        restart();
+        EXPECT_EQ(countLogged("Helper : Unable to get system serial number"), 1) << placeholder;
+        EXPECT_EQ(preferences().at("serialNumber"), Value("TRIAL-0001"));
+    }
+}
+
+TEST_F(MachineTest, TrashedProductIsUninstalledOncePerMove) {
+    machine.root.logIn("ann");
+    const std::string host = "/Applications/HavrelHost.app";
+    machine.root.installApplication("HavrelHost");
+    machine.root.installApplication("HavrelViewer");
+    startUp();
+    expectWatched();
+    move("/Applications/HavrelViewer.app", "/Users/ann/.Trash/HavrelViewer.app");
+    for (const std::size_t round : {1U, 2U}) {
+        move(host, "/Users/ann/.Trash/HavrelHost.app");
+        EXPECT_TRUE(client.waitForCount("UNInstallAction", round));
+        move("/Users/ann/.Trash/HavrelHost.app", host);
+        EXPECT_TRUE(trial::eventually([&] { return uninstalls() == round + 1; })) << uninstalls();
+    }
+    expectWatched();
+    expectAnswer();
+    const auto calls = machine.tools.calls("sh");
+    EXPECT_EQ(std::ranges::count(calls, "sh '/Library/Application Support/HVLViewForMac/Uninstaller'",
+                                 &trial::ToolCall::line),
+              1);
+    EXPECT_EQ(std::ranges::count(calls, "sh '/Library/Application Support/HVLHostForMac/Uninstaller' 1",
+                                 &trial::ToolCall::line),
+              2);
+    EXPECT_THAT(machine.root.read("/Library/Application Support/HVLForMac/HavrelView7.log"),
+                testing::HasSubstr("Viewer unintall called from helper on move to trash command"));
+    EXPECT_EQ(client.countOf("UNInstallAction"), 2U);
+}
+
+TEST_F(MachineTest, WatcherFollowsTheConsoleToAnotherUser) {
+    machine.root.logIn("ann");
+    startUp();
+    client.post("desktopAppStarted");
+    expectAnswer();
+    EXPECT_EQ(countInGeneralLog("launchWather called "), 1);
+    machine.root.logIn("bob");
+    machine.root.installApplication("HavrelSuite");
+    client.post("desktopAppStarted");
+    ASSERT_TRUE(trial::eventually(
+        [&] { return countInGeneralLog("startWatcher called so starting startWatcherThread") == 2; }));
+    EXPECT_EQ(countInGeneralLog("stopWatcher called so Stoping startWatcherThread"), 1);
+    expectWatched();
+    move("/Applications/HavrelSuite.app", "/Users/bob/.Trash/HavrelSuite.app");
+    EXPECT_TRUE(client.waitForCount("UNInstallAction", 1));
+}
+
+} // namespace e2e

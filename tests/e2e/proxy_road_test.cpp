@@ -1,0 +1,160 @@
+#include "e2e/daemon_test.h"
+
+#include <set>
+
+namespace e2e {
+
+using trial::CertificateKind;
+using trial::ProxyEntry;
+using trial::WebAnswer;
+using trial::WebManner;
+
+namespace {
+
+const std::string changed = "HVLProxyStateChangedNotification";
+const std::string bestFound = "BestThreeProxyFoundNotification";
+
+class ProxyRoadTest : public DaemonTest {
+  protected:
+    std::vector<ProxyEntry> file(const std::string& path) const {
+        return machine.root.proxies(path).value_or(std::vector<ProxyEntry>());
+    }
+};
+
+} // namespace
+
+TEST_F(ProxyRoadTest, EndsWithTheFiftyFastestAndNoMarker) {
+    // 64 numbered ones, of which two are silent, and some whose addresses must not be taken for more.
+    trial::Proxies listed = trial::numberedProxies(64, "127.1.0");
+    const std::string touched = machine.root.folder() / "touched";
+    const std::vector<std::string> hostile{"-f",  "-c1 127.0.0.1",           "$(touch '" + touched + "')",
+                                           "a b", "`touch " + touched + '`', "; touch " + touched,
+                                           "ä\n"};
+    for (const std::string& address : hostile) {
+        listed.emplace_back("hostile " + address, address);
+    }
+    machine.tools.scriptInstantPing("127.1.0.3|127.1.0.20");
+    machine.service.answer(trial::proxyListPath, trial::listing(listed));
+    startUp();
+    ASSERT_TRUE(trial::eventually([&] { return !machine.root.has(havrel::paths::hostInstallMarker); }));
+
+    const auto best = file(havrel::paths::proxies);
+    ASSERT_EQ(best.size(), 50U);
+    std::int64_t number = 0;
+    for (const ProxyEntry& proxy : best) {
+        number += number == 2 || number == 19 ? 2 : 1;
+        EXPECT_EQ(proxy.hostName, "P" + std::to_string(number));
+        EXPECT_EQ(proxy.mappedHostName, proxy.hostName);
+        EXPECT_EQ(proxy.ipAddr, "127.1.0." + std::to_string(number));
+        EXPECT_EQ(proxy.pingTime, number);
+    }
+
+    std::set<std::string> known;
+    for (const ProxyEntry& proxy : file(havrel::paths::allProxies)) {
+        known.insert(proxy.hostName);
+        const bool silent = proxy.hostName == "P3" || proxy.hostName == "P20" || proxy.hostName.starts_with("hostile");
+        EXPECT_EQ(proxy.pingTime == 0, silent) << proxy.hostName;
+    }
+    EXPECT_EQ(known.size(), listed.size());
+
+    const auto pings = machine.tools.calls("ping");
+    for (const std::string& address : hostile) {
+        EXPECT_THAT(pings, testing::Contains(trial::ToolCall{"ping", {"-n", "-w", "6", "--", address}}));
+    }
+    EXPECT_FALSE(std::filesystem::exists(touched));
+
+    EXPECT_TRUE(client.waitFor([](const std::vector<trial::Posted>& heard) {
+        const auto first = std::ranges::find(heard, changed, &trial::Posted::name);
+        return std::any_of(first, heard.end(), [](const auto& posted) { return posted.name == bestFound; });
+    }));
+}
+
+TEST_F(ProxyRoadTest, LeavesWholeFilesWhenItIsKilled) {
+    machine.service.answer(trial::proxyListPath, trial::listing(trial::numberedProxies(60, "127.1.0")));
+    setPreferences({{"isServiceEnabled", true}, {"hostDescription", std::string(20000, 'd')}});
+    for (int round = 0; round < 12; ++round) {
+        machine.root.write(havrel::paths::hostInstallMarker, "");
+        start();
+        // No wait for anything: the moment of the kill is what the rounds vary.
+        EXPECT_FALSE(trial::eventually([&] { return !daemon->isRunning(); }, std::chrono::milliseconds(15 * round)));
+        daemon->signal(SIGKILL);
+        daemon->waitForEnd();
+
+        const auto preferences = machine.root.propertyList(trial::hostPreferences);
+        EXPECT_TRUE(preferences && preferences->member("hostDescription") != nullptr) << "round " << round;
+        EXPECT_THAT(file(havrel::paths::allProxies).size(), machine.root.has(havrel::paths::allProxies) ? 60U : 0U)
+            << "round " << round;
+        EXPECT_EQ(machine.root.proxies(havrel::paths::proxies).has_value(), machine.root.has(havrel::paths::proxies));
+    }
+    startUp();
+}
+
+namespace {
+
+struct Answer {
+    const char* name;
+    WebAnswer answer;
+    /// What is logged for each of the two fetches, and whether the notification is posted all the same.
+    const char* line;
+    bool isPosted;
+    CertificateKind certificate = CertificateKind::good;
+    WebManner manner = WebManner::serve;
+    bool isThere = true;
+};
+
+void PrintTo(const Answer& answer, std::ostream* out) { *out << answer.name; }
+
+constexpr const char* nothing = "Host : ProxyList : NIL";
+constexpr const char* unwritten = "HOST : PListManager : write : 0";
+constexpr const char* incomplete = "HOST : PListManager : isProxyChanged:1 isPingToALL:0";
+constexpr const char* asked = "Host : ProxyList : CheckForProxyUpdate()";
+
+const std::string wholeList = trial::listing(trial::numberedProxies(60, "127.1.0")).body;
+const std::string deep = std::string(200'000, '[') + std::string(200'000, ']');
+
+class BadAnswerTest : public ProxyRoadTest, public testing::WithParamInterface<Answer> {};
+
+} // namespace
+
+TEST_P(BadAnswerTest, LeavesTheStoredListAndTheDaemonAlive) {
+    const platform::Value stored = platform::Array{
+        platform::Dictionary{{"hostName", "P9"}, {"ipAddr", "127.1.0.9"}, {"mappedHostName", "P9"}, {"pingTime", "9"}}};
+    machine.root.write(havrel::paths::allProxies, platform::property_list::toXml(stored).value());
+    setPreferences({{"isServiceEnabled", true}});
+    trial::WebService service(machine.authority, GetParam().certificate);
+    service.answer(trial::proxyListPath, GetParam().answer);
+    service.receive(GetParam().manner);
+    settings["HAVREL_WEB_SERVICE_HOST"] = GetParam().isThere ? service.host() : "127.0.0.1:1";
+    startUp();
+    expectAnswer();
+    EXPECT_GE(service.connections(), GetParam().isThere ? 2U : 0U);
+    EXPECT_EQ(countLogged(GetParam().line), 2);
+    EXPECT_EQ(countLogged("HOST : PListManager : write : 1"), 0);
+    EXPECT_TRUE(client.waitForCount(changed, GetParam().isPosted ? 2 : 0));
+    EXPECT_EQ(client.countOf(changed), GetParam().isPosted ? 2U : 0U);
+    EXPECT_EQ(machine.root.propertyList(havrel::paths::allProxies), stored);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Service, BadAnswerTest,
+    testing::Values(
+        Answer{"NotJson", {.body = "<html>Error</html>"}, unwritten, true},
+        Answer{"Array", {.body = "[" + wholeList + "]"}, unwritten, true},
+        Answer{"Deep", {.body = R"({"proxy_list":{"P1":)" + deep + "}}"}, unwritten, true},
+        Answer{"WithoutList", {.body = R"({"proxies":{}})"}, incomplete, false},
+        Answer{"ListIsText", {.body = R"({"proxy_list":"P1"})"}, asked, false},
+        Answer{
+            "WithoutAddress", {.body = R"({"proxy_list":{"P1":{"domain":"127.1.0.1"},"P2":{}}})"}, incomplete, false},
+        Answer{"AddressIsNumber", {.body = R"({"proxy_list":{"P1":{"domain":1}}})"}, asked, false},
+        Answer{"Huge", {.promisedLength = 100U << 20U, .ending = WebAnswer::Ending::endless}, nothing, false},
+        Answer{"Endless", {.ending = WebAnswer::Ending::endless}, nothing, false},
+        Answer{"CutOff", {.body = wholeList, .promisedLength = wholeList.size() + 1}, nothing, false},
+        Answer{"RedirectToHttp", {.status = 302, .headers = {{"Location", "http://127.0.0.1:1/"}}}, nothing, false},
+        Answer{"Untrusted", {.body = wholeList}, nothing, false, CertificateKind::untrusted},
+        Answer{"WrongHost", {.body = wholeList}, nothing, false, CertificateKind::wrongHost},
+        Answer{"Expired", {.body = wholeList}, nothing, false, CertificateKind::expired},
+        Answer{"Closed", {}, nothing, false, CertificateKind::good, WebManner::closeAtOnce},
+        Answer{"Absent", {}, nothing, false, CertificateKind::good, WebManner::serve, false}),
+    [](const auto& info) { return info.param.name; });
+
+} // namespace e2e

@@ -1,0 +1,25 @@
+#include "fakes/fake_machine.h"
+
+#include "platform/session.h"
+
+#include <random>
+
+using namespace platform;
+
+system_info::Version system_info::systemVersion() { return fakes::machine::version(); }
+
+std::string system_info::hardwareModel() { return "Model1,1"; }
+
+std::string system_info::bundlePath() { return fakes::machine::bundlePath(); }
+
+std::uint32_t system_info::random() { return std::random_device()(); }
+
+std::uint32_t system_info::randomBelow(std::uint32_t bound) { return bound < 2 ? 0 : random() % bound; }
+
+std::optional<std::string> session::consoleUser() { return fakes::machine::consoleUser(); }
+
+std::optional<std::string> session::homeFolder(const std::string& user) {
+    return user == "ann" ? std::optional<std::string>("/Users/ann") : std::nullopt;
+}
+
+std::string session::currentHomeFolder() { return "/var/root"; }

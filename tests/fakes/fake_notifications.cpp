@@ -1,0 +1,33 @@
+#include "fakes/fake_notifications.h"
+
+#include "platform/linux/observer_list.h"
+
+using namespace platform;
+
+static ObserverList systemWide;
+static ObserverList local;
+
+void fakes::notifications::deliver(const Notification& notification) { systemWide.deliver(notification); }
+
+ObservationPtr distributed_center::addObserver(const std::string& name, NotificationHandler handler) {
+    return systemWide.add(name, std::move(handler), nullptr);
+}
+
+void distributed_center::post(const std::string& name, const std::string& object,
+                              const std::optional<Dictionary>& userInfo, std::uint32_t options) {
+    fakes::notifications::posts.add(fakes::notifications::Post{name, object, userInfo, options});
+}
+
+void distributed_center::flush() {}
+
+ObservationPtr workspace_center::addObserver(const std::string& name, NotificationHandler handler) {
+    return systemWide.add(name, std::move(handler), nullptr);
+}
+
+ObservationPtr local_center::addObserver(const std::string& name, NotificationHandler handler) {
+    return local.add(name, std::move(handler), nullptr);
+}
+
+void local_center::post(const std::string& name, const std::string& object, const std::optional<Dictionary>& userInfo) {
+    local.deliver({name, object, userInfo});
+}

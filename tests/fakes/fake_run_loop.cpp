@@ -1,0 +1,56 @@
+#include "fakes/fake_run_loop.h"
+
+#include "fakes/fake_clock.h"
+#include "platform/file_system_events.h"
+#include "platform/run_loop.h"
+
+#include <future>
+
+namespace platform {
+
+struct RunLoop::State {
+    std::promise<void> stopped;
+};
+
+RunLoop::RunLoop() : state_(std::make_unique<State>()) {}
+
+RunLoop::~RunLoop() = default;
+
+RunLoop& RunLoop::main() {
+    static RunLoop loop;
+    return loop;
+}
+
+void RunLoop::run() { state_->stopped.get_future().wait(); }
+
+void RunLoop::stop() { state_->stopped.set_value(); }
+
+RunLoop::Source::Source(RunLoop& loop) : loop_(loop) {}
+
+RunLoop::Source::~Source() { static_cast<void>(loop_); }
+
+struct RepeatingTimer::State {
+    explicit State(std::list<fakes::clock::Alarm>::iterator made) : alarm(made) {}
+
+    std::list<fakes::clock::Alarm>::iterator alarm;
+
+    ~State() { fakes::clock::alarms.erase(alarm); }
+};
+
+RepeatingTimer::RepeatingTimer(RunLoop& /*loop*/, std::chrono::milliseconds interval, std::function<void()> callback)
+    : state_(std::make_shared<State>(fakes::clock::alarms.insert(
+          fakes::clock::alarms.end(), {fakes::clock::now() + interval, interval, std::move(callback)}))) {}
+
+RepeatingTimer::~RepeatingTimer() = default;
+
+struct FileSystemEventStream::State {};
+
+FileSystemEventStream::FileSystemEventStream(RunLoop& /*loop*/, const std::vector<std::string>& paths,
+                                             std::chrono::milliseconds /*latency*/,
+                                             Callback /*callback*/) { // NOLINT(performance-unnecessary-value-param)
+    fakes::run_loop::watched.add(paths);
+}
+
+FileSystemEventStream::~FileSystemEventStream() = default;
+
+} // namespace platform

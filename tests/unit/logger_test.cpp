@@ -1,0 +1,81 @@
+#include "logging/HVLLogger.h"
+
+#include "platform/files.h"
+#include "platform/text.h"
+#include "support/core_test.h"
+
+namespace text = platform::text;
+using namespace havrel;
+using namespace std::string_literals;
+using support::repeated;
+using Lines = std::vector<std::string>;
+
+class Logger : public support::CoreTest {
+  protected:
+    Logger() { logger->setLogFilePath(file); }
+
+    const std::string file = paths::hostSupport + "/test.log";
+    const std::unique_ptr<HVLLogger> logger = HVLLogger::initWithLogFile(file);
+};
+
+/// The rule for a file and the lines added to it one after the other, in UTF-16 as it is worded.
+static std::u16string oneByOne(const std::string& file, const Lines& lines) {
+    const bool readable = file.size() <= platform::files::readLimit && text::isValidUtf8(file);
+    std::optional<std::u16string> content = readable ? std::optional(text::utf16(file)) : std::nullopt;
+    for (const std::string& line : lines) {
+        content = (content ? *std::move(content) + u'\n' : u"") + text::utf16("2001-01-01 00:00:00 : " + line + " ");
+        content->erase(0, content->size() - std::min<std::size_t>(content->size(), 102'400));
+        content->erase(0, content->front() >= 0xdc00 && content->front() < 0xe000 ? 1 : 0); // half a pair
+    }
+    return *content;
+}
+
+TEST_F(Logger, WritesABurstAsIfLineByLine) {
+    const std::string pair = "\xf0\x9f\x98\x80"; // one character, two UTF-16 units
+    const std::string old = repeated("old line\n", 20'000), pairs = repeated(pair, 60'000);
+    // clang-format off
+    const std::tuple<const char*, std::string, Lines> rows[] = {
+        {"as made", "", {"first", "second"}}, {"kept", "kept", {"", "two\nlines", "NUL\0NUL"s}},
+        {"not UTF-8", "caf\xe9", {"first", "second"}}, {"longer than the cap", old, {"first"}},
+        {"too long to read", std::string(platform::files::readLimit + 1, 'x'), {"first", "second"}},
+        {"exactly the cap", std::string(102'400, 'x'), {"first"}}, {"cut between pairs", pairs, {"even"}},
+        {"cut inside a pair", pairs, {"odd"}}, {"cut inside a pair first", pairs, {"odd", "even", "odd"}},
+        {"one line over the cap", old, {repeated("x" + pair, 50'000)}},
+        {"one huge line", old, {repeated(pair, 5'000'000) + "end"}},
+        {"invalid UTF-8", "", {"caf\xe9", "\x80\x80\xf0\x9f", repeated("\xe2\x82", 70'000)}},
+        {"many lines", old, Lines(5'000, "a line of the length that callers write, more or less")}};
+    // clang-format on
+    for (const auto& [what, before, lines] : rows) {
+        root.write(file, before);
+        std::for_each(lines.begin(), lines.end(), [&](const auto& line) { logger->logString(line); });
+        logger->drain();
+        const std::string content = root.read(file);
+        EXPECT_TRUE(text::isValidUtf8(content) && text::utf16(content) == oneByOne(before, lines)) << what;
+    }
+}
+
+TEST_F(Logger, DropsWaitingLinesOnlyWhenTheFileCannotHoldThem) {
+    for (const std::size_t size : {100, 1'000, 40'000}) {
+        PendingLines pending;
+        Lines all;
+        for (std::size_t before = 0; pending.count() >= before;) {
+            before = pending.count();
+            all.push_back(repeated("\xe2\x82\xac", size / 3) + std::to_string(all.size()));
+            pending.add(all.back());
+        }
+        EXPECT_TRUE(oneByOne("", all) == oneByOne("", pending.take())) << size;
+    }
+}
+
+TEST_F(Logger, LeavesTheFileAloneWithoutAMessageOrAPath) {
+    create_hard_link(root.at(file), root.at("/as made")); // a file that is written is a new one
+    logger->logString(std::nullopt);
+    for (const auto& path : {std::optional<std::string>(file), {}, {"/absent/test.log"}}) {
+        logger->drain();
+        logger->setLogFilePath(path);
+        logger->logString(path == file ? std::nullopt : std::optional("lost"s));
+    }
+    logger->drain();
+    EXPECT_TRUE(equivalent(root.at(file), root.at("/as made")) && root.read(file).empty());
+    EXPECT_FALSE(exists(root.at("/absent")));
+}
