@@ -10,6 +10,7 @@
 #include <grp.h>
 #include <linux/close_range.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
 
@@ -124,12 +125,15 @@ int waitFor(pid_t pid) {
     return waited == pid ? status : -1;
 }
 
+/// The kernel's calls, not the C library's: those ask every thread to follow, and wait for one that the fork has left
+/// behind in the parent.
 bool become(const Account& account) {
+    static_assert(sizeof(long) == 8, "elsewhere these calls take ids of 16 bits");
     constexpr auto unchanged = static_cast<id_t>(-1); // to the calls below it means: stay who you are
     return account.user != unchanged && account.group != unchanged &&
-           ::setgroups(account.groups.size(), account.groups.data()) == 0 &&
-           ::setresgid(account.group, account.group, account.group) == 0 &&
-           ::setresuid(account.user, account.user, account.user) == 0;
+           ::syscall(SYS_setgroups, account.groups.size(), account.groups.data()) == 0 &&
+           ::syscall(SYS_setresgid, account.group, account.group, account.group) == 0 &&
+           ::syscall(SYS_setresuid, account.user, account.user, account.user) == 0;
 }
 
 /// The forked child's road to the other program: system calls only. Returns when one failed.
