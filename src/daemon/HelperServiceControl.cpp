@@ -17,12 +17,12 @@ namespace {
 using platform::processes::system;
 using namespace std::chrono_literals;
 
-constexpr const char* loadAgentForEveryUser =
-    R"(ps aux | grep loginwindow | grep -v grep | awk '{system("sudo launchctl bsexec "$2" sudo -u "$1" launchctl load -S Aqua  /Library/LaunchAgents/com.Dravex.HavrelAgent.plist")}')";
-constexpr const char* loadSuiteHostForEveryUser =
-    R"(ps aux | grep loginwindow | grep -v grep | awk '{system("sudo launchctl bsexec "$2" sudo -u "$1" launchctl load -S Aqua  /Library/LaunchAgents/com.Dravex.HVLSuiteHost.plist")}')";
-constexpr const char* loadSuiteForEveryUser =
-    R"(ps aux | grep loginwindow | grep -v grep | awk '{system("sudo launchctl bsexec "$2" sudo -u "$1" launchctl load -S Aqua  /Library/LaunchAgents/com.Dravex.HVLSuite.plist")}')";
+/// Loads the launch agent once for everyone whose login window runs, as that user.
+void loadForEveryUser(const std::string& agent) {
+    system(R"(ps aux | grep loginwindow | grep -v grep | awk '{system("sudo launchctl bsexec "$2" sudo -u "$1" )"
+           R"(launchctl load -S Aqua  /Library/LaunchAgents/)" +
+           agent + R"(.plist")}')");
+}
 
 constexpr const char* legacyRemoval[] = {
     "launchctl unload /Library/LaunchAgents/com.Ostrane.ambrelHC.plist",
@@ -42,7 +42,7 @@ constexpr const char* legacyRemoval[] = {
 void Helper::enableAction() {
     HVLLogger::instanceHost().logString("HVLHelper : EnableAction : Called");
     system("killall HavrelAgent");
-    system(loadAgentForEveryUser);
+    loadForEveryUser("com.Dravex.HavrelAgent");
     system("launchctl load /Library/LaunchDaemons/com.Dravex.HVLDaemonHost.plist");
 }
 
@@ -55,12 +55,12 @@ void Helper::disableAction() {
 }
 
 void Helper::resgisterCTLForEntHostSuite() {
-    system(loadSuiteHostForEveryUser);
+    loadForEveryUser("com.Dravex.HVLSuiteHost");
     system("launchctl load /Library/LaunchAgents/com.Dravex.HVLSuiteHost.plist");
 }
 
 void Helper::resgisterCTLForSuite() {
-    system(loadSuiteForEveryUser);
+    loadForEveryUser("com.Dravex.HVLSuite");
     const int status = system("launchctl load -w /Library/LaunchAgents/com.Dravex.HVLSuite.plist");
     HVLLogger::instance().logString(platform::text::format("Suite launch called from helper : %d", status));
     if (status == 0 || system("launchctl load /Library/LaunchAgents/com.Dravex.HVLSuite.plist") == 0) {

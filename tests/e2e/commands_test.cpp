@@ -157,8 +157,9 @@ TEST_F(CommandTest, RunExactlyTheirToolsAndLeaveTheirTraces) {
 
 TEST_F(CommandTest, UninstallDeregistersUnlessToldToKeep) {
     // clang-format off
-    const Dictionary account{{"sessionId", "S 1"}, {"HostClientSignature", "sig+/="}, {"hostID", "H&T"}, {"viewerToken", "V"},
-                             {"uniqueId", "0a:1b"}, {"HavrelVersion", "7.1"}, {"ComputerSleep", "45"}, {"DisplaySleep", "15"}};
+    const Dictionary account{
+        {"sessionId", "S 1"}, {"HostClientSignature", "sig+/="}, {"hostID", "H&T"}, {"viewerToken", "V"},
+        {"uniqueId", "0a:1b"}, {"HavrelVersion", "7.1"}, {"ComputerSleep", "45"}, {"DisplaySleep", "15"}};
     // clang-format on
     const std::string everything = R"({"instant": {"host": {"client_signature": "sig+\/=","id": "S 1"}},)"
                                    R"("regular": {"host": {"token": "H&T"},"viewer": {"token": "V"}}})";
@@ -169,8 +170,8 @@ TEST_F(CommandTest, UninstallDeregistersUnlessToldToKeep) {
     // the flag, and what the web service gets: the account, the machine, the devices
     const std::tuple<const char*, Dictionary, Dictionary, const char*, std::string, std::string, std::string> rows[] = {
         {"nothing said", {}, account, "1", fields, deactivate + "0a:1b", everything},
-        {"zero, but no text", {{"deleteConfigFiles", 0}}, {}, "1", "client_id=&client_signature=&token=", deactivate + "(null)",
-         R"({"instant": {},"regular": {}})"},
+        {"zero, but no text", {{"deleteConfigFiles", 0}}, {}, "1", "client_id=&client_signature=&token=",
+         deactivate + "(null)", R"({"instant": {},"regular": {}})"},
         {"only a viewer", {}, {{"viewerToken", "V"}, {"sessionId", 7}, {"hostID", ""}}, "1",
          "client_id=7&client_signature=&token=", deactivate + "(null)",
          R"({"instant": {},"regular": {"viewer": {"token": "V"}}})"},

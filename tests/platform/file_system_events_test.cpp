@@ -76,7 +76,7 @@ TEST_F(EventStream, TellsRenamesWithKindSourceBeforeDestination) {
         {"C>Apps/C",                                "Apps/C/ "},
         {"Apps/C/E>Apps/F",                         "Apps/C/E/ Apps/F/ "},
         {"Apps/file>ann/Trash/file",                "Apps/file ann/Trash/file "},
-        {"Apps/n/m Apps/n>Apps/o Apps/o>Apps/p",    "Apps/n/ Apps/o/ Apps/o/ Apps/p/ "}, // before anyone can look inside
+        {"Apps/n/m Apps/n>Apps/o Apps/o>Apps/p",    "Apps/n/ Apps/o/ Apps/o/ Apps/p/ "}, // before it is watched
         {"Apps/p/m>ann/Trash/m",                    "Apps/p/m/ ann/Trash/m/ "},
         {"Apps/x Apps/y Apps/x>Apps/t Apps/y>Apps/x Apps/t>Apps/y", // names that change hands
          "Apps/x/ Apps/t/ Apps/y/ Apps/x/ Apps/t/ Apps/y/ "},

@@ -95,7 +95,7 @@ TEST_F(Network, FaultsHaveTheirCodesAndStallsEndInTime) {
         {-1001, WebManner::serve,          {"https://stalls.test", fullPort, base + "/stall"}},
         {-1001, WebManner::stallBeforeTls, {base}},
         {-1001, WebManner::stallAfterTls,  {base}},
-        {-1002, WebManner::serve,          {base + "/plain", base + "/local", "http://" + service.host(), "file:///etc/hostname"}},
+        {-1002, WebManner::serve,          {base + "/plain", base + "/local", "http://" + service.host(), "file:///x"}},
         {-1003, WebManner::serve,          {"https://nowhere.test"}},
         {-1004, WebManner::serve,          {"https://127.0.0.1:1/"}},
         {-1005, WebManner::serve,          {base + "/cut"}},

@@ -39,7 +39,7 @@ void answerCalls(WebService& service) {
     service.answer(
         "/hvlnew/api/config/v1/configureClients",
         {.body =
-             R"({"status":"OK","message":"{\"error\":0,\"access_token\":\"new-token\",\"proxy_topic\":\"new-topic\"}"})",
+             R"({"status":"OK","message":"{\"error\":0,\"access_token\":\"a-token\",\"proxy_topic\":\"a-topic\"}"})",
          .headers = json});
     for (const char* name : {"update_host_info", "delete_havrel_account", "deactivate_machine"}) {
         service.answer("/cgi-bin/hvl/v1/" + std::string(name) + ".cgi", {.body = "OK"});
