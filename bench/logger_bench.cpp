@@ -4,7 +4,7 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/text.h"
-#include "support/test_root.h"
+#include "trial/support/temporary_folder.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -27,7 +27,7 @@ constexpr auto line = "HOST : PListManager : proxy list has been fetched and com
 constexpr auto logFile = "/bench.log";
 
 /// The root of this run, set before it is first asked for.
-const support::TemporaryFolder root;
+const trial::TemporaryFolder root;
 const int rooted = setenv("HAVREL_ROOT", root.path().c_str(), 1);
 
 double nanoseconds(Clock::duration duration) { return std::chrono::duration<double, std::nano>(duration).count(); }

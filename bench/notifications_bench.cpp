@@ -2,8 +2,8 @@
 // to itself on the same bus.
 #include "platform/notifications.h"
 #include "platform/run_loop.h"
-#include "support/test_root.h"
 #include "trial/support/private_bus.h"
+#include "trial/support/temporary_folder.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -22,7 +22,7 @@ namespace center = platform::distributed_center;
 constexpr std::size_t notifications = 10'000;
 
 const std::string& busAddress() {
-    static const support::TemporaryFolder folder;
+    static const trial::TemporaryFolder folder;
     static trial::PrivateBus bus(folder.path());
     if (bus.pid() < 0) {
         setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.address().c_str(), 1);

@@ -3,7 +3,7 @@
 #include "platform/notifications.h"
 #include "platform/processes.h"
 #include "proxy/HVLPingManager.h"
-#include "support/test_root.h"
+#include "trial/support/temporary_folder.h"
 #include "util/ProductPaths.h"
 
 #include <benchmark/benchmark.h>
@@ -35,7 +35,7 @@ std::string address(int proxy) { return "127.0.1." + std::to_string(proxy); }
 
 /// Root, list and a stand-in ping of the program's own, gone when it ends.
 struct Setting {
-    support::TemporaryFolder root;
+    trial::TemporaryFolder root;
     const std::string systemPath = std::getenv("PATH");
 
     Setting() {

@@ -4,7 +4,7 @@
 #include "platform/notifications.h"
 #include "platform/property_list.h"
 #include "prefs/HVLUserPrefManager.h"
-#include "support/test_root.h"
+#include "trial/support/temporary_folder.h"
 #include "util/ProductPaths.h"
 
 #include <benchmark/benchmark.h>
@@ -62,8 +62,8 @@ std::string binary(const Dictionary& dictionary) {
            bigEndian(0, 8) + bigEndian(table, 8);
 }
 
-const support::TemporaryFolder& root() {
-    static const support::TemporaryFolder folder;
+const trial::TemporaryFolder& root() {
+    static const trial::TemporaryFolder folder;
     return folder;
 }
 

@@ -11,6 +11,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace platform {
+
+inline void PrintTo(const Value& value, std::ostream* out) { *out << value.description(); }
+
+} // namespace platform
+
 namespace e2e {
 
 class DaemonTest : public testing::Test {
@@ -45,6 +51,15 @@ class DaemonTest : public testing::Test {
 
     void setPreferences(const platform::Dictionary& preferences) const {
         machine.root.write(trial::hostPreferences, platform::property_list::toXml(preferences).value());
+    }
+
+    /// Without the key that the pingers write at times of their own.
+    platform::Dictionary preferences() const {
+        const auto content = machine.root.propertyList(trial::hostPreferences);
+        platform::Dictionary stored =
+            content && content->dictionary() != nullptr ? *content->dictionary() : platform::Dictionary();
+        stored.erase("HavrelPingToProxyDone");
+        return stored;
     }
 
     /// Posts a notification that is answered by two `killall` at once: the daemon lives and is in its loop.

@@ -89,72 +89,33 @@ TEST_F(ProxyRoadTest, LeavesWholeFilesWhenItIsKilled) {
     startUp();
 }
 
-namespace {
-
-struct Answer {
-    const char* name;
-    WebAnswer answer;
-    /// What is logged for each of the two fetches, and whether the notification is posted all the same.
-    const char* line;
-    bool isPosted;
-    CertificateKind certificate = CertificateKind::good;
-    WebManner manner = WebManner::serve;
-    bool isThere = true;
-};
-
-void PrintTo(const Answer& answer, std::ostream* out) { *out << answer.name; }
-
-constexpr const char* nothing = "Host : ProxyList : NIL";
-constexpr const char* unwritten = "HOST : PListManager : write : 0";
-constexpr const char* incomplete = "HOST : PListManager : isProxyChanged:1 isPingToALL:0";
-constexpr const char* asked = "Host : ProxyList : CheckForProxyUpdate()";
-
-const std::string wholeList = trial::listing(trial::numberedProxies(60, "127.1.0")).body;
-const std::string deep = std::string(200'000, '[') + std::string(200'000, ']');
-
-class BadAnswerTest : public ProxyRoadTest, public testing::WithParamInterface<Answer> {};
-
-} // namespace
-
-TEST_P(BadAnswerTest, LeavesTheStoredListAndTheDaemonAlive) {
+TEST_F(ProxyRoadTest, OutlivesAServiceThatMisbehaves) {
     const platform::Value stored = platform::Array{
         platform::Dictionary{{"hostName", "P9"}, {"ipAddr", "127.1.0.9"}, {"mappedHostName", "P9"}, {"pingTime", "9"}}};
+    const WebAnswer whole = trial::listing(trial::numberedProxies(60, "127.1.0"));
+    const WebAnswer huge{.promisedLength = 100U << 20U, .ending = WebAnswer::Ending::endless};
+    const WebAnswer cutOff{.body = whole.body, .promisedLength = whole.body.size() + 1};
     machine.root.write(havrel::paths::allProxies, platform::property_list::toXml(stored).value());
     setPreferences({{"isServiceEnabled", true}});
-    trial::WebService service(machine.authority, GetParam().certificate);
-    service.answer(trial::proxyListPath, GetParam().answer);
-    service.receive(GetParam().manner);
-    settings["HAVREL_WEB_SERVICE_HOST"] = GetParam().isThere ? service.host() : "127.0.0.1:1";
+    for (const auto& [answer, certificate, manner] : {std::tuple(huge, CertificateKind::good, WebManner::serve),
+                                                      {cutOff, CertificateKind::good, WebManner::serve},
+                                                      {whole, CertificateKind::untrusted, WebManner::serve},
+                                                      {whole, CertificateKind::good, WebManner::closeAtOnce}}) {
+        trial::WebService service(machine.authority, certificate);
+        service.answer(trial::proxyListPath, answer);
+        service.receive(manner);
+        settings["HAVREL_WEB_SERVICE_HOST"] = service.host();
+        const auto before = countLogged("Host : ProxyList : NIL");
+        startUp();
+        expectAnswer();
+        EXPECT_EQ(service.connections(), 2U);
+        EXPECT_EQ(countLogged("Host : ProxyList : NIL"), before + 2);
+        EXPECT_EQ(machine.root.propertyList(havrel::paths::allProxies), stored);
+        EXPECT_EQ(daemon->terminate(), 0);
+    }
+    EXPECT_EQ(client.countOf(changed), 0U);
+    settings["HAVREL_WEB_SERVICE_HOST"] = "127.0.0.1:1";
     startUp();
-    expectAnswer();
-    EXPECT_GE(service.connections(), GetParam().isThere ? 2U : 0U);
-    EXPECT_EQ(countLogged(GetParam().line), 2);
-    EXPECT_EQ(countLogged("HOST : PListManager : write : 1"), 0);
-    EXPECT_TRUE(client.waitForCount(changed, GetParam().isPosted ? 2 : 0));
-    EXPECT_EQ(client.countOf(changed), GetParam().isPosted ? 2U : 0U);
-    EXPECT_EQ(machine.root.propertyList(havrel::paths::allProxies), stored);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Service, BadAnswerTest,
-    testing::Values(
-        Answer{"NotJson", {.body = "<html>Error</html>"}, unwritten, true},
-        Answer{"Array", {.body = "[" + wholeList + "]"}, unwritten, true},
-        Answer{"Deep", {.body = R"({"proxy_list":{"P1":)" + deep + "}}"}, unwritten, true},
-        Answer{"WithoutList", {.body = R"({"proxies":{}})"}, incomplete, false},
-        Answer{"ListIsText", {.body = R"({"proxy_list":"P1"})"}, asked, false},
-        Answer{
-            "WithoutAddress", {.body = R"({"proxy_list":{"P1":{"domain":"127.1.0.1"},"P2":{}}})"}, incomplete, false},
-        Answer{"AddressIsNumber", {.body = R"({"proxy_list":{"P1":{"domain":1}}})"}, asked, false},
-        Answer{"Huge", {.promisedLength = 100U << 20U, .ending = WebAnswer::Ending::endless}, nothing, false},
-        Answer{"Endless", {.ending = WebAnswer::Ending::endless}, nothing, false},
-        Answer{"CutOff", {.body = wholeList, .promisedLength = wholeList.size() + 1}, nothing, false},
-        Answer{"RedirectToHttp", {.status = 302, .headers = {{"Location", "http://127.0.0.1:1/"}}}, nothing, false},
-        Answer{"Untrusted", {.body = wholeList}, nothing, false, CertificateKind::untrusted},
-        Answer{"WrongHost", {.body = wholeList}, nothing, false, CertificateKind::wrongHost},
-        Answer{"Expired", {.body = wholeList}, nothing, false, CertificateKind::expired},
-        Answer{"Closed", {}, nothing, false, CertificateKind::good, WebManner::closeAtOnce},
-        Answer{"Absent", {}, nothing, false, CertificateKind::good, WebManner::serve, false}),
-    [](const auto& info) { return info.param.name; });
 
 } // namespace e2e

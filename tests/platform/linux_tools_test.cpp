@@ -1,12 +1,12 @@
 // The adapters that stand for tools Linux lacks: what the daemon's command lines come to on a systemd machine.
 #include "platform/processes.h"
-#include "support/test_root.h"
 #include "trial/support/stand_in_tools.h"
+#include "trial/support/temporary_folder.h"
 
 #include <gmock/gmock.h>
 
 TEST(LinuxTools, TurnTheFixedCommandLinesIntoSystemdsOwn) {
-    const support::TemporaryFolder root;
+    const trial::TemporaryFolder root;
     const trial::StandInTools tools(root.path());
     root.write("/jobs/agent", "<key>Label</key>\n\t<string>com.Dravex.Agent</string><key>X</key><string>Y</string>");
     root.write("/jobs/absent", "<key>Label</key><string>absent</string>");

@@ -1,10 +1,10 @@
 #include "platform/notifications.h"
 
 #include "support/serve.h"
-#include "support/test_root.h"
 #include "trial/support/bus_client.h"
 #include "trial/support/private_bus.h"
 #include "trial/support/sleep_service.h"
+#include "trial/support/temporary_folder.h"
 
 #include <algorithm>
 #include <deque>
@@ -65,7 +65,7 @@ class NotificationCenters : public testing::Test {
         });
     }
 
-    static inline const support::TemporaryFolder folder;
+    static inline const trial::TemporaryFolder folder;
     /// The one that this process's connection goes to.
     static inline trial::PrivateBus bus{folder.path()};
     std::optional<BusClient> client{bus.address()};

@@ -4,7 +4,7 @@
 #include "platform/linux/ping_program.h"
 #include "platform/value.h"
 #include "support/root_test.h"
-#include "trial/support/trial_root.h"
+#include "trial/support/temporary_folder.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -31,7 +31,7 @@ class Processes : public Test {
         setenv("PATH", path.c_str(), 1);
     }
 
-    support::TemporaryFolder folder;
+    trial::TemporaryFolder folder;
     const std::string fifo = folder.at("/fifo");
     const std::string path = std::getenv("PATH");
     const std::ptrdiff_t descriptors = support::openDescriptors();

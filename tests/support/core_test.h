@@ -9,7 +9,7 @@
 #include "fakes/fake_processes.h"
 #include "logging/HVLLogger.h"
 #include "platform/text.h"
-#include "support/test_root.h"
+#include "trial/support/temporary_folder.h"
 #include "util/ProductPaths.h"
 
 #include <gmock/gmock.h>
@@ -71,7 +71,7 @@ class CoreTest : public testing::Test {
         }
     }
 
-    TemporaryFolder root;
+    trial::TemporaryFolder root;
 };
 
 } // namespace support

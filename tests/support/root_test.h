@@ -2,7 +2,7 @@
 #pragma once
 
 #include "fakes/fake_deployment.h"
-#include "support/test_root.h"
+#include "trial/support/temporary_folder.h"
 
 #include <gmock/gmock.h>
 
@@ -14,7 +14,7 @@ class RootTest : public testing::Test {
 
     ~RootTest() override { fakes::deployment::setRoot(""); }
 
-    TemporaryFolder root;
+    trial::TemporaryFolder root;
 };
 
 inline std::ptrdiff_t openDescriptors() {

@@ -31,8 +31,7 @@ static std::string binary(const Documents& objects) {
 
 TEST(PropertyList, AgreesWithPythonsPlistlib) {
     const auto written = [](const std::string& form) { // by plistlib
-        std::ifstream file(HAVREL_SOURCE_TREE "/fuzz/corpus/" + form + "_property_list/preferences.plist");
-        return std::string(std::istreambuf_iterator<char>(file), {});
+        return trial::readFile(HAVREL_SOURCE_TREE "/fuzz/corpus/" + form + "_property_list/preferences.plist");
     };
     EXPECT_EQ(toXml(parse(written("xml")).value()), written("xml"));
     // It has lost the carriage return that the binary form holds.

@@ -21,7 +21,7 @@ class Files : public support::CoreTest {
 
     unsigned modeOf(const std::string& path) const { return unsigned(fs::status(root.at(path)).permissions()); }
 
-    support::TemporaryFolder outside;
+    trial::TemporaryFolder outside;
     const std::string folder = paths::hostSupport, item = folder + "/item";
 };
 

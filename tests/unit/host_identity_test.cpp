@@ -51,6 +51,7 @@ TEST_F(Identity, IsSettledAtStartUp) {
         hostPreferences().setEUsername(what == std::string("no account") ? Stored() : "ann");
         fakes::notifications::reset();
         const Helper started;
+        EXPECT_EQ(HVLUserPrefManager::sharedHVLUserPrefManager().viewerPref().uniqueID(), uniqueId);
         EXPECT_EQ(hostPreferences().uniqueID(), uniqueId);
         const bool isReplaced = uniqueId.value_or("C2") == Value("C2");
         EXPECT_EQ(hostPreferences().isUniqueIdChanged(), isReplaced);

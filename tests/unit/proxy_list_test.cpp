@@ -98,22 +98,29 @@ TEST_F(ProxyList, WritesWhatItReadsAndReadsAnyFile) {
 }
 
 TEST_F(ProxyList, FetchesComparesWritesAndTells) {
-    const auto decided = [](const std::string& best, const std::string& changed, const std::string& toAll) {
+    const std::string write = "\nHOST : PListManager : write : ", wrote = write + "1";
+    const auto decided = [](const std::string& best, const std::string& changed, const std::string& toAll,
+                            const std::string& end) {
         return "\nHost Name: ip-" + best + "\nHOST : PListManager : isProxyChanged : " + changed +
-               "\nHOST : PListManager : isProxyChanged:" + changed + " isPingToALL:" + toAll +
-               "\nHOST : PListManager : write : 1";
+               "\nHOST : PListManager : isProxyChanged:" + changed + " isPingToALL:" + toAll + end;
     };
+    const std::string none = "\nHost : ProxyList : NIL", refused = decided("a Latency: 9", "0", "0", write + "0");
+    const std::string incomplete = decided("a Latency: 9", "1", "0", ""), deep = repeated("[", 200'000);
     const std::string head = R"({"y": [], "proxy_list": {"P1": {"domain": "ip-P1"})";
     const std::string two = head + R"(, "b": {"domain": "ip-b", "x": 1}}})";
     const std::string mapped = head + R"(, "m-b": {"domain": "ip-b"}}})", moved = head + R"(, "b": {"domain": "b"}}})";
     // clang-format off
     const std::tuple<std::optional<std::string>, std::string, std::string> rows[] = { // answer, what is stored, the log
-        {two,    "b:60 P1:50",      decided("P1 Latency: 50", "0", "0")},
-        {head + "}}", "P1:60 b:51", decided("b Latency: 51", "1", "1")}, // which leaves one over
-        {mapped, "P1:60 b:51",      decided("b Latency: 51", "0", "1")},
-        {moved,  "P1:60 b:51",      decided("b Latency: 51", "1", "1")},
-        {two,    "P1:-9",           decided("P1 Latency: 18446744073709551607", "1", "0")},
-        {{},     "P1:60",           "\nHost : ProxyList : NIL"}};
+        {two,                          "b:60 P1:50",  decided("P1 Latency: 50", "0", "0", wrote)},
+        {head + "}}",                  "P1:60 b:51",  decided("b Latency: 51", "1", "1", wrote)}, // one is left over
+        {mapped,                       "P1:60 b:51",  decided("b Latency: 51", "0", "1", wrote)},
+        {moved,                        "P1:60 b:51",  decided("b Latency: 51", "1", "1", wrote)},
+        {two,                          "P1:-9", decided("P1 Latency: 18446744073709551607", "1", "0", wrote)},
+        {{},                           "a:9", none},
+        {"<html>",                     "a:9", refused},    {"[" + two + "]",                         "a:9", refused},
+        {deep + repeated("]", 200'000), "a:9", refused},   {R"({"proxies":{}})",                     "a:9", incomplete},
+        {R"({"proxy_list":"P1"})",     "a:9", incomplete}, {R"({"proxy_list":{"P1":{"domain":1}}})", "a:9", incomplete},
+        {R"({"proxy_list":{"P1":{"domain":"b"},"c":{}}})", "a:9", incomplete}};
     // clang-format on
     for (const auto& [answer, stored, log] : rows) {
         fakes::notifications::reset();
@@ -122,8 +129,9 @@ TEST_F(ProxyList, FetchesComparesWritesAndTells) {
         root.write(paths::hostInstallMarker, "");
         HVLPlistManager().startPlistUpdateManager();
         EXPECT_THAT(platform::text::join(takeLog(hostLog), "\n"), EndsWith("ProxyList : CheckForProxyUpdate()" + log));
-        EXPECT_EQ(storedPings(paths::allProxies) != stored + " ", log.ends_with("write : 1"));
-        EXPECT_EQ(fakes::notifications::countOf("HVLProxyStateChangedNotification"), answer ? 1 : 0);
+        EXPECT_EQ(storedPings(paths::allProxies) != stored + " ", log.ends_with(wrote)) << log;
+        const bool isTold = log.find(" : write : ") != std::string::npos;
+        EXPECT_EQ(fakes::notifications::countOf("HVLProxyStateChangedNotification"), isTold ? 1 : 0) << log;
     }
     EXPECT_THAT(takeLog(generalLog), ElementsAre("HOST : PListManager : iSChanged")); // for what is left over only
 }

@@ -132,12 +132,12 @@ void LiveTrial::printResults() {
 
 void LiveTrial::keep() {
     machine_.root.keep();
-    screen_.text("\n  rm -r " + machine_.root.folder().string() + "   removes it all\n");
+    screen_.text("\n  rm -r " + machine_.root.path().string() + "   removes it all\n");
 }
 
 void LiveTrial::introduce() {
     screen_.text(screen_.bold("Havrel helper: a trial of its main job, the relay-proxy list") + "\n\n" +
-                 "  root      " + machine_.root.root().string() + "\n" + "  bus       " + machine_.bus.address() +
+                 "  root      " + machine_.root.path().string() + "\n" + "  bus       " + machine_.bus.address() +
                  "\n" + "  service   https://" + machine_.service.host() + ", " + std::to_string(listedProxies) +
                  " proxies from " + proxies_.front().second + " to " + proxies_.back().second + "\n" +
                  "  console   ann, with " + machine_.root.at("/Users/ann/.Trash").string() + "\n" +

@@ -2,7 +2,7 @@
 
 #include "platform/text.h"
 #include "trial/support/process_table.h"
-#include "trial/support/trial_root.h"
+#include "trial/support/temporary_folder.h"
 
 namespace trial {
 

@@ -1,7 +1,7 @@
 #include "trial/support/daemon_process.h"
 
 #include "trial/support/process_table.h"
-#include "trial/support/trial_root.h"
+#include "trial/support/temporary_folder.h"
 #include "trial/support/wait.h"
 
 #include <algorithm>

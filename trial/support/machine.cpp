@@ -57,7 +57,7 @@ Machine::Machine(CertificateKind certificate)
 Environment Machine::environment() const {
     Environment environment{{"DBUS_SYSTEM_BUS_ADDRESS", bus.address()},
                             {"HAVREL_CA_FILE", authority.file()},
-                            {"HAVREL_ROOT", root.root()},
+                            {"HAVREL_ROOT", root.path()},
                             {"PATH", tools.searchPath()},
                             {"PS_FORMAT", "pid,tty,time,args"}};
     for (const char* host : {"HAVREL_WEB_SERVICE_HOST", "HAVREL_WEB_SITE_HOST", "HAVREL_WEB_APP_HOST",

@@ -1,6 +1,6 @@
 #include "trial/support/process_table.h"
 
-#include "trial/support/trial_root.h"
+#include "trial/support/temporary_folder.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,7 +1,7 @@
 #include "trial/support/stand_in_tools.h"
 
 #include "trial/support/daemon_process.h"
-#include "trial/support/trial_root.h"
+#include "trial/support/temporary_folder.h"
 
 #include <algorithm>
 #include <cstdlib>

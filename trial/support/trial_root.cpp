@@ -4,12 +4,6 @@
 #include "platform/text.h"
 #include "util/ProductPaths.h"
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
-#include <utility>
-
 namespace trial {
 
 namespace fs = std::filesystem;
@@ -17,14 +11,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t timestampLength = sizeof "yyyy-MM-dd HH:mm:ss : " - 1;
-
-fs::path newTemporaryFolder() {
-    std::string name = (fs::temp_directory_path() / "havrel-trial-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        throw std::runtime_error("cannot make a folder " + name);
-    }
-    return name;
-}
 
 /// A machine with one wired interface, that holds the default route, and a serial number.
 void makeUpMachine(const TrialRoot& root) {
@@ -50,57 +36,14 @@ std::string textMember(const platform::Value& record, std::string_view key) {
 
 } // namespace
 
-std::string readFile(const fs::path& file) {
-    const std::ifstream stream(file, std::ios::binary);
-    std::ostringstream content;
-    // Unlike an iterator, this takes a failed read, as of a process that has just ended, for the end of the file.
-    content << stream.rdbuf();
-    return std::move(content).str();
-}
-
-void writeFile(const fs::path& file, std::string_view content) {
-    std::ofstream stream(file, std::ios::binary);
-    stream << content;
-    if (!stream.flush()) {
-        throw std::runtime_error("cannot write " + file.string());
-    }
-}
-
-void writeProgram(const fs::path& file, std::string_view content) {
-    writeFile(file, content);
-    fs::permissions(file, fs::perms::owner_all | fs::perms::group_exec | fs::perms::group_read |
-                              fs::perms::others_exec | fs::perms::others_read);
-}
-
-TrialRoot::TrialRoot() : folder_(newTemporaryFolder()) {
+TrialRoot::TrialRoot() {
     for (const std::string& wanted :
          {havrel::paths::hostSupport, havrel::paths::viewerSupport, havrel::paths::suiteSupport,
-          std::string("/Applications"), std::string("/Users")}) {
+          std::string("/Applications"), std::string("/Users"), std::string("/trial")}) {
         fs::create_directories(at(wanted));
     }
     write(havrel::paths::hostInstallMarker, "");
     makeUpMachine(*this);
-}
-
-TrialRoot::~TrialRoot() {
-    if (!kept_) {
-        std::error_code ignored;
-        fs::remove_all(folder_, ignored);
-    }
-}
-
-fs::path TrialRoot::at(std::string_view absolute) const { return root() / absolute.substr(1); }
-
-bool TrialRoot::has(std::string_view absolute) const {
-    std::error_code ignored;
-    return fs::exists(fs::symlink_status(at(absolute), ignored));
-}
-
-std::string TrialRoot::read(std::string_view absolute) const { return readFile(at(absolute)); }
-
-void TrialRoot::write(std::string_view absolute, std::string_view content) const {
-    fs::create_directories(at(absolute).parent_path());
-    writeFile(at(absolute), content);
 }
 
 void TrialRoot::logIn(const std::string& user) const {
