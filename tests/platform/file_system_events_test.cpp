@@ -64,25 +64,23 @@ class EventStream : public support::RootTest {
 };
 
 TEST_F(EventStream, TellsRenamesWithKindSourceBeforeDestination) {
-    // clang-format off
     const std::pair<const char*, const char*> rows[] = {
-        {"Apps/A.app/Contents",                     ""},
-        {"Apps/A.app>Apps/B.app",                   "Apps/A.app/ Apps/B.app/ "},
-        {"Apps/B.app/Contents>Apps/B.app/C",        "Apps/B.app/Contents/ Apps/B.app/C/ "},
-        {"Apps/B.app>ann/Trash/B.app",              "Apps/B.app/ ann/Trash/B.app/ "},
-        {"ann/Trash/B.app/C>ann/Trash/C",           "ann/Trash/B.app/C/ ann/Trash/C/ "},
-        {"ann/Trash/C>C",                           "ann/Trash/C/ "}, // out of sight
-        {"C/D C/D>C/E",                             ""},
-        {"C>Apps/C",                                "Apps/C/ "},
-        {"Apps/C/E>Apps/F",                         "Apps/C/E/ Apps/F/ "},
-        {"Apps/file>ann/Trash/file",                "Apps/file ann/Trash/file "},
-        {"Apps/n/m Apps/n>Apps/o Apps/o>Apps/p",    "Apps/n/ Apps/o/ Apps/o/ Apps/p/ "}, // before it is watched
-        {"Apps/p/m>ann/Trash/m",                    "Apps/p/m/ ann/Trash/m/ "},
+        {"Apps/A.app/Contents", ""},
+        {"Apps/A.app>Apps/B.app", "Apps/A.app/ Apps/B.app/ "},
+        {"Apps/B.app/Contents>Apps/B.app/C", "Apps/B.app/Contents/ Apps/B.app/C/ "},
+        {"Apps/B.app>ann/Trash/B.app", "Apps/B.app/ ann/Trash/B.app/ "},
+        {"ann/Trash/B.app/C>ann/Trash/C", "ann/Trash/B.app/C/ ann/Trash/C/ "},
+        {"ann/Trash/C>C", "ann/Trash/C/ "}, // out of sight
+        {"C/D C/D>C/E", ""},
+        {"C>Apps/C", "Apps/C/ "},
+        {"Apps/C/E>Apps/F", "Apps/C/E/ Apps/F/ "},
+        {"Apps/file>ann/Trash/file", "Apps/file ann/Trash/file "},
+        {"Apps/n/m Apps/n>Apps/o Apps/o>Apps/p", "Apps/n/ Apps/o/ Apps/o/ Apps/p/ "}, // before it is watched
+        {"Apps/p/m>ann/Trash/m", "Apps/p/m/ ann/Trash/m/ "},
         {"Apps/x Apps/y Apps/x>Apps/t Apps/y>Apps/x Apps/t>Apps/y", // names that change hands
          "Apps/x/ Apps/t/ Apps/y/ Apps/x/ Apps/t/ Apps/y/ "},
-        {"ann/q ann/q>ann/r",                       ""}, // behind a link
+        {"ann/q ann/q>ann/r", ""}, // behind a link
     };
-    // clang-format on
     root.write("/Apps/file", "1");
     fs::create_directory_symlink(root.at("/ann"), root.at("/Apps/link"));
     start();

@@ -22,12 +22,11 @@ TEST(LinuxTools, TurnTheFixedCommandLinesIntoSystemdsOwn) {
                              "printf 'Name=ann\\nLeader=77\\nType=%s\\nClass=user\\n' $kind");
     const std::string unit = " -- com.Dravex.Agent.service\n";
     const std::string reload = "kill --kill-whom=main --signal=HUP systemd-logind.service\n";
-    // clang-format off
     const std::pair<std::string, std::string> rows[] = {
-        {"launchctl load agent",      "--no-block start" + unit},
+        {"launchctl load agent", "--no-block start" + unit},
         {"launchctl unload -w agent", "--quiet disable" + unit + "stop" + unit},
         {"ID=501 launchctl bsexec $$ launchctl load -S Aqua  agent", "--user --no-block start" + unit},
-        {"launchctl load absent",     "launchctl: there is no absent.service\n"},
+        {"launchctl load absent", "launchctl: there is no absent.service\n"},
         {"launchctl load hostile || launchctl load none || launchctl bsexec 0 true", "failed\n"},
         {"for TIMER in 'suspend 600000000' 'ignore 600000000' 'suspend 18446744073709551615'; do export TIMER; "
          "systemsetup -getcomputersleep; done",
@@ -35,13 +34,12 @@ TEST(LinuxTools, TurnTheFixedCommandLinesIntoSystemdsOwn) {
         {"systemsetup -getdisplaysleep && systemsetup -setdisplaysleep 180 && systemsetup -getdisplaysleep",
          "Display Sleep: after 2 minutes\nsetdisplaysleep: 180\nDisplay Sleep: after 180 minutes\n"},
         {"for t in 15 Never; do systemsetup -setcomputersleep $t && tail -n 2 ../etc/systemd/logind.conf.d/*; done",
-         reload + "setcomputersleep: 15\nIdleAction=suspend\nIdleActionSec=15min\n" +
-         reload + "setcomputersleep: Never\nIdleAction=ignore\nIdleActionSec=0min\n"},
+         reload + "setcomputersleep: 15\nIdleAction=suspend\nIdleActionSec=15min\n" + reload +
+             "setcomputersleep: Never\nIdleAction=ignore\nIdleActionSec=0min\n"},
         {"systemsetup -setcomputersleep 181 || systemsetup -getcomputersleep", "failed\n"},
         {"kextload . && kextload none", "snd-aloop\nfailed\n"},
         {"ps aux | grep loginwindow | awk '{print $1, $2}'", "ann 77\n"},
     };
-    // clang-format on
     const std::string environment = "export HAVREL_ROOT='" + root.path().string() +
                                     "' PATH='" HAVREL_SOURCE_TREE "/packaging/linux-tools:" + tools.searchPath() +
                                     ":/usr/sbin:/usr/bin:/bin'; cd \"$HAVREL_ROOT/jobs\"; ";

@@ -88,24 +88,22 @@ TEST_F(Network, FaultsHaveTheirCodesAndStallsEndInTime) {
                   connect(first.get(), address, size),
               0);
     const std::string fullPort = "https://127.0.0.1:" + std::to_string(ntohs(local.sin_port));
-    // clang-format off
     const std::tuple<std::int64_t, WebManner, std::vector<std::string>> rows[] = {
-        {0,     WebManner::serve,          {base}},
-        {-1000, WebManner::serve,          {"", "https://a b/", base + std::string("/\0x", 3)}},
-        {-1001, WebManner::serve,          {"https://stalls.test", fullPort, base + "/stall"}},
+        {0, WebManner::serve, {base}},
+        {-1000, WebManner::serve, {"", "https://a b/", base + std::string("/\0x", 3)}},
+        {-1001, WebManner::serve, {"https://stalls.test", fullPort, base + "/stall"}},
         {-1001, WebManner::stallBeforeTls, {base}},
-        {-1001, WebManner::stallAfterTls,  {base}},
-        {-1002, WebManner::serve,          {base + "/plain", base + "/local", "http://" + service.host(), "file:///x"}},
-        {-1003, WebManner::serve,          {"https://nowhere.test"}},
-        {-1004, WebManner::serve,          {"https://127.0.0.1:1/"}},
-        {-1005, WebManner::serve,          {base + "/cut"}},
-        {-1007, WebManner::serve,          {base + "/circle"}},
-        {-1103, WebManner::serve,          {base + "/endless", base + "/long"}},
-        {-1200, WebManner::closeAtOnce,    {base}},
-        {-1201, WebManner::serve,          {"https://" + expired.host()}},
-        {-1202, WebManner::serve,          {"https://" + untrusted.host(), "https://" + wrongHost.host()}},
+        {-1001, WebManner::stallAfterTls, {base}},
+        {-1002, WebManner::serve, {base + "/plain", base + "/local", "http://" + service.host(), "file:///x"}},
+        {-1003, WebManner::serve, {"https://nowhere.test"}},
+        {-1004, WebManner::serve, {"https://127.0.0.1:1/"}},
+        {-1005, WebManner::serve, {base + "/cut"}},
+        {-1007, WebManner::serve, {base + "/circle"}},
+        {-1103, WebManner::serve, {base + "/endless", base + "/long"}},
+        {-1200, WebManner::closeAtOnce, {base}},
+        {-1201, WebManner::serve, {"https://" + expired.host()}},
+        {-1202, WebManner::serve, {"https://" + untrusted.host(), "https://" + wrongHost.host()}},
     };
-    // clang-format on
     lookupStalls = true;
     for (const auto& [code, manner, urls] : rows) {
         service.receive(manner);
@@ -122,15 +120,13 @@ TEST_F(Network, FaultsHaveTheirCodesAndStallsEndInTime) {
 }
 
 TEST_F(Network, RequestsAreSentAsDescribed) {
-    // clang-format off
     const std::tuple<std::string, trial::WebHeaders, std::optional<std::string>> rows[] = {
-        {"GET",  {{"User-Agent", "Havrel Mac:1"}, {"X-Empty", ""}}, {}},
-        {"POST", {},                                                {}},
-        {"POST", {{"Content-length", "0"}},                         ""},
-        {"POST", {{"Content-length", "3"}},                         "\u00e9=1"},
-        {"POST", {{"Content-length", "2000000"}},                   std::string(2'000'000, 'x')},
+        {"GET", {{"User-Agent", "Havrel Mac:1"}, {"X-Empty", ""}}, {}},
+        {"POST", {}, {}},
+        {"POST", {{"Content-length", "0"}}, ""},
+        {"POST", {{"Content-length", "3"}}, "\u00e9=1"},
+        {"POST", {{"Content-length", "2000000"}}, std::string(2'000'000, 'x')},
     };
-    // clang-format on
     service.answerWith([](const trial::WebRequest&) { return trial::WebAnswer{.body = "fault", .status = 500}; });
     for (const auto& [method, headers, body] : rows) {
         EXPECT_EQ(send({.url = base + "/a?b=c", .method = method, .headers = headers, .body = body}), 0);
@@ -165,21 +161,19 @@ TEST_F(Network, RedirectsTakeTheBodyAlongButNotToAnotherServer) {
 
 TEST_F(Network, ProxiesComeFromTheEnvironmentElseTheSystemsFile) {
     const std::string https = "https://www.example.org/", http = "http://www.example.org/";
-    // clang-format off
     const std::tuple<trial::WebHeaders, std::string, std::string, std::string> rows[] = {
-        {{},                                                              "", https,    "None"},
-        {{{"https_proxy", "proxy"}},                                      "", "no url", "None"},
-        {{{"https_proxy", "http://proxy:3128"}},                          "", https,    "HTTPS"},
-        {{{"HTTP_PROXY", "proxy:3128"}},                                  "", http,     "HTTP"},
-        {{{"ALL_PROXY", "socks5h://proxy"}},                              "", https,    "SOCKS"},
-        {{{"https_proxy", "proxy"}, {"no_proxy", "a.org, .EXAMPLE.org"}}, "", https,    "None"},
+        {{}, "", https, "None"},
+        {{{"https_proxy", "proxy"}}, "", "no url", "None"},
+        {{{"https_proxy", "http://proxy:3128"}}, "", https, "HTTPS"},
+        {{{"HTTP_PROXY", "proxy:3128"}}, "", http, "HTTP"},
+        {{{"ALL_PROXY", "socks5h://proxy"}}, "", https, "SOCKS"},
+        {{{"https_proxy", "proxy"}, {"no_proxy", "a.org, .EXAMPLE.org"}}, "", https, "None"},
         {{{"https_proxy", "proxy"}, {"no_proxy", "w.example.org,ample.org,,"}}, "", https, "HTTPS"},
-        {{{"https_proxy", "proxy"}, {"NO_PROXY", "*"}},                   "", https,    "None"},
+        {{{"https_proxy", "proxy"}, {"NO_PROXY", "*"}}, "", https, "None"},
         {{}, "#https_proxy=a\n  export https_proxy=\"http://p:1\"\nhttp_proxy=''", https, "HTTPS"},
-        {{}, "https_proxy=\"http://p:1\"\nhttp_proxy=''",                     http,     "None"},
-        {{{"https_proxy", "socks4://a"}}, "https_proxy=b",                    https,    "SOCKS"},
+        {{}, "https_proxy=\"http://p:1\"\nhttp_proxy=''", http, "None"},
+        {{{"https_proxy", "socks4://a"}}, "https_proxy=b", https, "SOCKS"},
     };
-    // clang-format on
     for (const auto& [environment, file, url, type] : rows) {
         setProxies(environment);
         root.write("/etc/environment", file);

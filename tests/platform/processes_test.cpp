@@ -51,16 +51,14 @@ TEST_F(Processes, SystemReturnsTheRawWaitStatus) {
 }
 
 TEST_F(Processes, TasksAreReadToTheEndOfBothOutputs) {
-    // clang-format off
     const std::tuple<const char*, Capture, std::size_t, std::size_t> rows[] = {
         {"head -c 10000000 /dev/zero & head -c 10000000 /dev/zero >&2; wait", Capture::both, 10'000'000, 10'000'000},
-        {"head -c 10000000 /dev/zero >&2; head -c 10000000 /dev/zero",        Capture::both, 10'000'000, 10'000'000},
-        {"head -c 30000000 /dev/zero; echo done >&2",                         Capture::both, 16 << 20, 5},
-        {"exec >/dev/null; echo hidden; echo seen >&2",                       Capture::standardError, 0, 5},
-        {"exec 2>/dev/null; echo seen; (sleep 0.1; echo late) &",             Capture::standardOutput, 10, 0},
-        {"echo last words; kill -9 $$",                                       Capture::standardOutput, 11, 0},
+        {"head -c 10000000 /dev/zero >&2; head -c 10000000 /dev/zero", Capture::both, 10'000'000, 10'000'000},
+        {"head -c 30000000 /dev/zero; echo done >&2", Capture::both, 16 << 20, 5},
+        {"exec >/dev/null; echo hidden; echo seen >&2", Capture::standardError, 0, 5},
+        {"exec 2>/dev/null; echo seen; (sleep 0.1; echo late) &", Capture::standardOutput, 10, 0},
+        {"echo last words; kill -9 $$", Capture::standardOutput, 11, 0},
     };
-    // clang-format on
     for (const auto& [line, capture, outputSize, errorSize] : rows) {
         const auto written = processes::runTask("/bin/sh", {"-c", line}, capture);
         EXPECT_EQ(written.standardOutput.size(), outputSize) << line;
@@ -113,17 +111,15 @@ TEST_F(Processes, ProgramsStartAsTheUserOrNotAtAll) {
 TEST_F(Processes, PingHasADeadlineAndItsSummaryIsTranslated) {
     const std::string summary = "echo 'rtt min/avg/max/mdev = 1.5/2/3/0 ms'\n";
     const std::string translated = "rtt min/avg/max/stddev = 1.5/2/3/0 ms\n";
-    // clang-format off
     const std::pair<std::string, std::string> rows[] = {
-        {"echo $# $1 $2 $3 $4 $5 $LC_ALL",                                "5 -n -w 6 -- -f C\n"},
-        {"yes | head -c 10000000\n" + summary,                            translated},
-        {"exec yes",                                                      "y\n"},
+        {"echo $# $1 $2 $3 $4 $5 $LC_ALL", "5 -n -w 6 -- -f C\n"},
+        {"yes | head -c 10000000\n" + summary, translated},
+        {"exec yes", "y\n"},
         {"trap \"" + summary + "exit\" INT; while :; do sleep 100; done", translated},
-        {"trap '' INT; echo killed; sleep 100",                           "killed\n"},
-        {"echo gone; exec >/dev/null; sleep 100",                         "gone\n"},
-        {"echo left; sleep 9 & exit 1",                                   "left\n"},
+        {"trap '' INT; echo killed; sleep 100", "killed\n"},
+        {"echo gone; exec >/dev/null; sleep 100", "gone\n"},
+        {"echo left; sleep 9 & exit 1", "left\n"},
     };
-    // clang-format on
     for (const auto& [script, end] : rows) {
         folder.write("/ping", "#!/bin/sh\n" + script);
         std::filesystem::permissions(folder.at("/ping"), std::filesystem::perms::all);

@@ -21,7 +21,6 @@ TEST_F(AutoUninstaller, TellsOfANewPublicAddress) {
     const std::string service = R"({"remoteIp":"5.6.7.8"})";
     const platform::network::InterfaceAddress local{"eth0", true, "10.0.0.5"};
 
-    // clang-format off
     const std::tuple<const char*, std::string, bool, bool, const char*, const char*, std::size_t> rows[] = {
         // the answer, an interface, configured, before, after, posts
         {"first", service, true, true, nullptr, "5.6.7.8", 1},
@@ -31,7 +30,6 @@ TEST_F(AutoUninstaller, TellsOfANewPublicAddress) {
         {"no usable answer", "{}", true, true, "1.2.3.4", "10.0.0.5", 1},
         {"no answer, no interface", "", false, true, "1.2.3.4", "1.2.3.4", 0},
     };
-    // clang-format on
     HVLAutoUninstaller uninstaller;
     for (const auto& [what, answer, hasInterface, isConfigured, before, after, posts] : rows) {
         fakes::notifications::reset();

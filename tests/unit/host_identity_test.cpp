@@ -16,24 +16,23 @@ using Clone = support::CoreTest;
 
 TEST_F(Identity, IsSettledAtStartUp) {
     const std::string built = "00:1b:2c:3d:4e:5f", dock = "00:1b:2c:3d:4e:60";
-    // clang-format off
-    const std::tuple<std::string, std::string, std::string> cards[] = {
-        {"eth0", "00:1B:2C:3D:4E:5F", "device"}, {"eth1", dock, "device"}, {"eth2", "00:00:00:00:00:00", "device"},
-        {"wifi", dock, "phy80211"}};
+    const std::tuple<std::string, std::string, std::string> cards[] = {{"eth0", "00:1B:2C:3D:4E:5F", "device"},
+                                                                       {"eth1", dock, "device"},
+                                                                       {"eth2", "00:00:00:00:00:00", "device"},
+                                                                       {"wifi", dock, "phy80211"}};
     const std::tuple<const char*, std::string, std::string, Stored, Stored> rows[] = {
         // what, its cards (the last is the way out), its serial number, the stored ID, the ID then
-        {"no interface",        "",          "C2",             {},        "C2"},
-        {"wireless only",       "wifi",      "C2",             {},        "C2"},
-        {"one wired",           "eth0 wifi", "C2",             " \u00a0", built},
-        {"a dock, the way out", "eth0 eth1", "C2",             "",        dock},
-        {"a dock comes later",  "eth0 eth1", "C2",             built,     built},
-        {"address of zeros",    "eth2",      "C2",             {},        "C2"},
-        {"nothing usable",      "eth2",      "Default string", {},        {}},
-        {"stored zeros",        "eth0",      "C2",             "00:00",   "C2"},
-        {"no account",          "eth0",      "C2",             "00:00",   "00:00"},
-        {"not only zeros",      "eth0",      "C2",             "0:0:1",   "0:0:1"},
-        {"not even zeros",      "eth0",      "C2",             "::",      "::"}};
-    // clang-format on
+        {"no interface", "", "C2", {}, "C2"},
+        {"wireless only", "wifi", "C2", {}, "C2"},
+        {"one wired", "eth0 wifi", "C2", " \u00a0", built},
+        {"a dock, the way out", "eth0 eth1", "C2", "", dock},
+        {"a dock comes later", "eth0 eth1", "C2", built, built},
+        {"address of zeros", "eth2", "C2", {}, "C2"},
+        {"nothing usable", "eth2", "Default string", {}, {}},
+        {"stored zeros", "eth0", "C2", "00:00", "C2"},
+        {"no account", "eth0", "C2", "00:00", "00:00"},
+        {"not only zeros", "eth0", "C2", "0:0:1", "0:0:1"},
+        {"not even zeros", "eth0", "C2", "::", "::"}};
     for (const auto& [what, present, serialNumber, stored, uniqueId] : rows) {
         SCOPED_TRACE(what);
         fs::remove_all(root.at("/sys"));
@@ -68,18 +67,16 @@ TEST_F(Clone, IsKnownByItsSerialNumberAndTakesANewIdentity) {
     const std::string byAddress = "Cloned case - update machineId with System MAC Address : ";
     const std::string bySerial = "Cloned case - update machineId with System Serial number : C2" + named;
     const std::string differing = saved + "c" + differs, e44 = support::repeated("é", 44);
-    // clang-format off
     const std::tuple<Stored, Stored, Stored, std::string, std::string, std::string> rows[] = {
         // saved number, ID, description; the machine's number, address; log, number, ID, description then ("#": random)
-        {"c",  "old", "D",        "",   mac, "Unable to get system serial number/c/old/D"},
-        {"",   {},    "D",        "C2", mac, found + "No Saved serial number exists: New installation/C2/(null)/D"},
-        {"C2", {},    "D",        "C2", mac, saved + "C2" + matches + "/C2/(null)/D"},
-        {"c",  "old", "D",        "C2", mac, differing + byAddress + mac + named + "D_#/C2/" + mac + "/D_#"},
-        {"c",  mac,   "",         "C2", mac, differing + bySerial + "_#/C2/C2/_#"},
-        {"c",  "C2",  e44 + "é",  "C2", "",  differing + bySerial + e44 + "é_#/C2/C2/" + e44 + "é_#"},
-        {"c",  "C2",  e44 + "éé", "C2", "",  differing + bySerial + e44 + "_#/C2/C2/" + e44 + "_#"},
-        {7,    7,     7,          "C2", "",  saved + "7" + differs + byAddress + "C2/C2/C2/Test Computer"}};
-    // clang-format on
+        {"c", "old", "D", "", mac, "Unable to get system serial number/c/old/D"},
+        {"", {}, "D", "C2", mac, found + "No Saved serial number exists: New installation/C2/(null)/D"},
+        {"C2", {}, "D", "C2", mac, saved + "C2" + matches + "/C2/(null)/D"},
+        {"c", "old", "D", "C2", mac, differing + byAddress + mac + named + "D_#/C2/" + mac + "/D_#"},
+        {"c", mac, "", "C2", mac, differing + bySerial + "_#/C2/C2/_#"},
+        {"c", "C2", e44 + "é", "C2", "", differing + bySerial + e44 + "é_#/C2/C2/" + e44 + "é_#"},
+        {"c", "C2", e44 + "éé", "C2", "", differing + bySerial + e44 + "_#/C2/C2/" + e44 + "_#"},
+        {7, 7, 7, "C2", "", saved + "7" + differs + byAddress + "C2/C2/C2/Test Computer"}};
     auto& stored = hostPreferences();
     for (const auto& [serialNumber, id, description, number, address, expected] : rows) {
         stored.setSerialNumber(serialNumber);
@@ -100,23 +97,22 @@ TEST_F(Clone, StoresWhatTheServiceHandsOut) {
     const auto success = [](const std::string& message) {
         return platform::json::prettyPrinted(Dictionary{{"status", "OK"}, {"message", message}}).value();
     };
-    // clang-format off
-    const std::tuple<std::optional<std::string>, Stored, Stored> rows[] = { // the answer, token and topic then
+    const std::tuple<std::optional<std::string>, Stored, Stored> rows[] = {
+        // the answer, token and topic then
         {success(R"({"error":0,"access_token":"T","proxy_topic":"P"})"), "T", "P"},
         {success(R"({"error":"0","access_token":7,"proxy_topic":null})"), 7, {}},
         {success(R"({"error":[1],"access_token":{"a":null},"proxy_topic":[1]})"), {}, {}},
-        {success(R"({"error":1,"access_token":"T"})"),     "refused", "refused"},
-        {success(R"({"error":"1"})"),                      "refused", "refused"},
-        {success(R"([{"error":1}])"),                      {}, {}},
-        {success("no JSON"),                               {}, {}},
-        {R"({"status":"OK","message":{"error":1}})",       {}, {}}, // no text
-        {R"({"status":"OK"})",                             {}, {}},
+        {success(R"({"error":1,"access_token":"T"})"), "refused", "refused"},
+        {success(R"({"error":"1"})"), "refused", "refused"},
+        {success(R"([{"error":1}])"), {}, {}},
+        {success("no JSON"), {}, {}},
+        {R"({"status":"OK","message":{"error":1}})", {}, {}}, // no text
+        {R"({"status":"OK"})", {}, {}},
         {R"({"status":"FAIL","message":"{\"error\":1}"})", {}, {}},
-        {R"([{"status":"OK"}])",                           {}, {}},
-        {"<html>",                                         {}, {}},
-        {"",                                               {}, {}},
-        {{},                                               "old", "old"}}; // nothing at all
-    // clang-format on
+        {R"([{"status":"OK"}])", {}, {}},
+        {"<html>", {}, {}},
+        {"", {}, {}},
+        {{}, "old", "old"}}; // nothing at all
     hostPreferences().setLoggedInUsername("u");
     for (const auto& [answer, token, topic] : rows) {
         SCOPED_TRACE(answer.value_or("nothing"));

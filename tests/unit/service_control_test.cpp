@@ -15,16 +15,14 @@ TEST_F(ServiceControl, RelaunchesARunningSuiteWhereThePreferenceAsks) {
                              job + "\")}'\nlaunchctl load -w " + job;
     const std::string running = "Helper : Suite running\n",
                       reset = "Helper : Suite Re-launch When Permission is reset\n";
-    // clang-format off
     const std::tuple<Number, std::string, int, std::string, std::string, Number> rows[] = {
         // is it asked for? what is listed, how many of the two loads fail; the calls, the log, is it asked for then?
-        {1,  suite,                      0, look + kill + load,          running, 1},
-        {0,  suite,                      0, look + load,                 "",      0},
-        {{}, "2 ?? grep HavrelSuite",    0, twice + load,                "",      {}},
-        {1,  "/Applications/Havrel.app", 0, twice + kill + load,         running, 1},
-        {{}, suite,                      1, look + kill + load + plain,  reset,   1},
-        {0,  suite,                      2, look + load + plain + launch, "",     0}};
-    // clang-format on
+        {1, suite, 0, look + kill + load, running, 1},
+        {0, suite, 0, look + load, "", 0},
+        {{}, "2 ?? grep HavrelSuite", 0, twice + load, "", {}},
+        {1, "/Applications/Havrel.app", 0, twice + kill + load, running, 1},
+        {{}, suite, 1, look + kill + load + plain, reset, 1},
+        {0, suite, 2, look + load + plain + launch, "", 0}};
     for (const auto& [isAskedFor, listed, failures, calls, log, isAskedForThen] : rows) {
         hostPreferences().setStartSuiteWithSystem(isAskedFor);
         fakes::processes::reset();

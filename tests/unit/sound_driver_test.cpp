@@ -13,17 +13,15 @@ TEST_F(SoundDriver, IsCopiedLoadedAndItsMarkerRemovedOnlyThen) {
     const std::string loaded = "sound driver loaded sucessfully|", copied = "copy status:0";
     const std::string dialog = "\nSound Driver not loaded Show kext Extension allow dialog";
     const std::string oldWay = begun + copied + "\nsound kext copied to local machine now loading will called.\n";
-    // clang-format off
     const std::tuple<void (Helper::*)(), std::string, std::string, std::string, bool> rows[] = {
         // what is called, what is amiss, what the loader complains of; the logs, is the marker left?
-        {suite, "marker",     "",        notAsked, false},
-        {suite, "kext, copy", "",        asked + missing + "copy status:1|", true},
-        {suite, "",           "warning", asked + copied + "\n" + loaded + "output:warning", false},
-        {suite, "",           refusal,   asked + copied + "|output:" + refusal + dialog, true},
-        {host,  "",           "",        asked + copied + "\n" + loaded + "output:", false},
-        {old,   "",           "",        oldWay + "StatusLoad:0\n" + loaded, false},
-        {old,   "",           refusal,   oldWay + "StatusLoad:1|", true}};
-    // clang-format on
+        {suite, "marker", "", notAsked, false},
+        {suite, "kext, copy", "", asked + missing + "copy status:1|", true},
+        {suite, "", "warning", asked + copied + "\n" + loaded + "output:warning", false},
+        {suite, "", refusal, asked + copied + "|output:" + refusal + dialog, true},
+        {host, "", "", asked + copied + "\n" + loaded + "output:", false},
+        {old, "", "", oldWay + "StatusLoad:0\n" + loaded, false},
+        {old, "", refusal, oldWay + "StatusLoad:1|", true}};
     for (const auto& [install, amiss, complaint, logs, keepsMarker] : rows) {
         const auto lacks = [&what = amiss](const char* one) { return what.find(one) != std::string::npos; };
         const std::string app = install == host ? "/Applications/HavrelHost.app" : "/Applications/HavrelSuite.app";
