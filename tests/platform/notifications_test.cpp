@@ -200,7 +200,7 @@ TEST_F(NotificationCenters, EndObservationsAtOnceAndContainHandlers) {
 }
 
 TEST_F(NotificationCenters, DelaySleepUntilThePostsAreOnTheBus) {
-    std::optional<trial::SleepService> manager(bus.address());
+    std::optional<trial::SleepService> manager;
     std::size_t locksAtSleep = 0;
     auto sleep = workspace_center::addObserver(workspace_center::willSleepNotification, [&](const auto&) {
         locksAtSleep += manager->locks();
@@ -219,15 +219,15 @@ TEST_F(NotificationCenters, DelaySleepUntilThePostsAreOnTheBus) {
         sd_bus_send_to(&connection, signal, client->heard()[0].sender.c_str(), nullptr);
         sd_bus_message_unref(signal);
     };
-    for (const bool isNewBus : {false, true}) {
+    for (const bool isNewBus : {false, true, false}) {
+        manager.reset();
+        client.reset();
         if (isNewBus) {
-            manager.reset();
-            client.reset();
             bus.stop();
             bus.start();
-            client.emplace(bus.address());
-            manager.emplace(bus.address());
         }
+        client.emplace(bus.address());
+        manager.emplace(bus.address()); // another owner of the name
         distributed_center::post("here");
         ASSERT_TRUE(client->waitForCount("here", 1));
         ASSERT_TRUE(manager->waitForLocks(1));

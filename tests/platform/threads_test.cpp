@@ -7,6 +7,7 @@
 #include "trial/support/wait.h"
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <gmock/gmock.h>
 #include <optional>
@@ -49,6 +50,25 @@ TEST(Threads, DoTheirTasksInOrderWhateverOneRaises) {
     queue.drain();
     EXPECT_TRUE(trial::eventually([&] { return operations.operationCount() == 0; }));
     EXPECT_THAT((std::array{looped, queued, operated}), Each(ElementsAre(0, 1, 2)));
+}
+
+TEST(OperationQueue, CancelsWhatRunsAndWaitsForItsEnd) {
+    std::atomic<bool> runs = false, ended = false;
+    {
+        OperationQueue operations(1);
+        const auto operation = std::make_shared<TaskOperation>(nullptr);
+        operation->task = [&, raw = operation.get()] {
+            runs = true;
+            while (!raw->isCancelled()) {
+                std::this_thread::yield();
+            }
+            clock::sleep(20ms); // an end without a wait would come first
+            ended = true;
+        };
+        operations.addOperation(operation);
+        EXPECT_TRUE(trial::eventually([&] { return runs.load(); }));
+    }
+    EXPECT_TRUE(ended);
 }
 
 TEST(RunLoop, StopsAfterTheCurrentCallback) {

@@ -1,17 +1,14 @@
 #include "trial/support/sleep_service.h"
 
-#include "platform/linux/bus_connection.h"
 #include "platform/linux/descriptor.h"
-#include "platform/run_loop.h"
+#include "trial/support/bus_thread.h"
 
 #include <array>
 #include <condition_variable>
 #include <fcntl.h>
 #include <list>
 #include <mutex>
-#include <optional>
 #include <systemd/sd-bus.h>
-#include <thread>
 
 namespace trial {
 
@@ -34,48 +31,25 @@ struct SleepService::State {
         EventSource released;
     };
 
-    struct Release {
-        void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
-    };
-
-    platform::RunLoop loop;
-    std::optional<platform::RunLoop::Source> keepsRunning{loop};
-    std::unique_ptr<sd_bus, Release> bus;
-    platform::BusSlot inhibit;
-
     mutable std::mutex mutex;
     mutable std::condition_variable changed;
     std::list<Lock> locks;
 
-    std::thread thread;
+    /// Ends before what it fills; the locks' descriptors are watched on its loop.
+    BusThread thread;
 
-    explicit State(const std::string& address) {
-        sd_bus* made = nullptr;
-        check(sd_bus_new(&made), "sd_bus_new");
-        bus.reset(made);
-        check(sd_bus_set_address(made, address.c_str()), "sd_bus_set_address");
-        check(sd_bus_set_bus_client(made, 1), "sd_bus_set_bus_client");
-        check(sd_bus_start(made), "sd_bus_start");
+    explicit State(const std::string& address) : thread(address, [this](sd_bus& bus) { return manage(bus); }) {}
+
+    platform::BusSlot manage(sd_bus& bus) {
         sd_bus_slot* slot = nullptr;
-        check(sd_bus_add_object(made, &slot, managerPath, onCall, this), "sd_bus_add_object");
-        inhibit.reset(slot);
-        check(sd_bus_request_name(made, managerName, 0), "sd_bus_request_name");
-        check(sd_bus_attach_event(made, eventLoop(loop).get(), SD_EVENT_PRIORITY_NORMAL), "sd_bus_attach_event");
-        thread = std::thread([this] { loop.run(); });
+        check(sd_bus_add_object(&bus, &slot, managerPath, onCall, this), "sd_bus_add_object");
+        platform::BusSlot inhibit(slot);
+        check(sd_bus_request_name(&bus, managerName, 0), "sd_bus_request_name");
+        return inhibit;
     }
 
-    ~State() {
-        loop.perform([this] { keepsRunning.reset(); });
-        thread.join();
-        inhibit.reset();
-        sd_bus_detach_event(bus.get());
-    }
-
-    State(const State&) = delete;
-    State& operator=(const State&) = delete;
-
-    int announce(bool begins) const {
-        return sd_bus_emit_signal(bus.get(), managerPath, managerInterface, "PrepareForSleep", "b", begins ? 1 : 0);
+    static int announce(sd_bus& bus, bool begins) {
+        return sd_bus_emit_signal(&bus, managerPath, managerInterface, "PrepareForSleep", "b", begins ? 1 : 0);
     }
 
     static int onCall(sd_bus_message* call, void* data, sd_bus_error* error) {
@@ -86,7 +60,7 @@ struct SleepService::State {
         int begins = 0;
         if (sd_bus_message_is_method_call(call, managerInterface, "PrepareForSleep") > 0 &&
             sd_bus_message_read(call, "b", &begins) > 0) {
-            const int sent = self.announce(begins != 0);
+            const int sent = announce(*sd_bus_message_get_bus(call), begins != 0);
             return sent < 0 ? sent : sd_bus_reply_method_return(call, "");
         }
         return 0;
@@ -113,7 +87,7 @@ struct SleepService::State {
     void add(Descriptor descriptor) {
         const std::lock_guard lock(mutex);
         const auto entry = locks.insert(locks.end(), {std::move(descriptor), {}});
-        entry->released = eventLoop(loop).onReadable(entry->descriptor.get(), [this, entry] {
+        entry->released = eventLoop(thread.loop()).onReadable(entry->descriptor.get(), [this, entry] {
             const std::lock_guard guard(mutex);
             locks.erase(entry);
             changed.notify_all();
@@ -127,7 +101,7 @@ SleepService::SleepService(const std::string& address) : state_(std::make_unique
 SleepService::~SleepService() = default;
 
 void SleepService::prepareForSleep(bool begins) {
-    state_->loop.perform([state = state_.get(), begins] { check(state->announce(begins), "sd_bus_emit_signal"); });
+    state_->thread.perform([begins](sd_bus& bus) { check(State::announce(bus, begins), "sd_bus_emit_signal"); });
 }
 
 std::size_t SleepService::locks() const {

@@ -1,5 +1,6 @@
 #include "platform/device_registry.h"
 
+#include "platform/linux/ascii.h"
 #include "platform/linux/network_interfaces.h"
 #include "platform/linux/system_files.h"
 #include "platform/linux/whole_number.h"
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <functional>
-#include <iterator>
 
 namespace platform::device_registry {
 
@@ -41,14 +41,13 @@ constexpr std::array<std::string_view, 19> placeholders{"to be filled by o.e.m."
 
 /// Neither a placeholder nor one character over and over ("00000000-0000-…", "ffff…", "xxxxxx").
 bool isUsable(const std::string& serial) {
-    std::string lower;
-    std::transform(serial.begin(), serial.end(), std::back_inserter(lower),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    if (std::find(placeholders.begin(), placeholders.end(), lower) != placeholders.end()) {
+    std::string text = serial;
+    std::transform(text.begin(), text.end(), text.begin(), lower);
+    if (std::find(placeholders.begin(), placeholders.end(), text) != placeholders.end()) {
         return false;
     }
-    std::erase_if(lower, [](char c) { return std::string_view(" -_.:/").find(c) != std::string_view::npos; });
-    return std::adjacent_find(lower.begin(), lower.end(), std::not_equal_to<>()) != lower.end();
+    std::erase_if(text, [](char c) { return std::string_view(" -_.:/").find(c) != std::string_view::npos; });
+    return std::adjacent_find(text.begin(), text.end(), std::not_equal_to<>()) != text.end();
 }
 
 std::optional<Value> serialNumber() {

@@ -1,5 +1,6 @@
 #include "platform/linux/proxy_settings.h"
 
+#include "platform/linux/ascii.h"
 #include "platform/linux/system_files.h"
 #include "platform/text.h"
 
@@ -9,10 +10,6 @@
 namespace platform::proxy_settings {
 
 namespace {
-
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 std::string setting(const std::string& name) {
     std::string upperCase = name;

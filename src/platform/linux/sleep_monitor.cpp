@@ -1,6 +1,7 @@
 #include "platform/linux/sleep_monitor.h"
 
 #include "platform/diagnostics.h"
+#include "platform/text.h"
 
 #include <fcntl.h>
 #include <string_view>
@@ -12,7 +13,8 @@ namespace {
 constexpr const char* managerName = "org.freedesktop.login1";
 constexpr const char* managerPath = "/org/freedesktop/login1";
 constexpr const char* managerInterface = "org.freedesktop.login1.Manager";
-constexpr std::string_view busName = "org.freedesktop.DBus";
+constexpr const char* busName = "org.freedesktop.DBus";
+constexpr const char* busPath = "/org/freedesktop/DBus";
 
 /// Anybody may send a signal straight to this connection, whatever its match rules say.
 bool isFrom(sd_bus_message* signal, std::string_view sender) {
@@ -59,18 +61,18 @@ void SleepMonitor::watch(sd_bus& bus) {
         updateLock(bus);
         return;
     }
-    managerChanged_ = addMatch(bus,
-                               "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
-                               "interface='org.freedesktop.DBus',member='NameOwnerChanged',"
-                               "arg0='org.freedesktop.login1'",
+    const auto rule = [](auto... words) {
+        return text::format("type='signal',sender='%@',path='%@',"
+                            "interface='%@',member='%@'",
+                            words...);
+    };
+    managerChanged_ = addMatch(bus, rule(busName, busPath, busName, "NameOwnerChanged") + ",arg0='" + managerName + "'",
                                onManagerChanged, this);
-    prepareForSleep_ = addMatch(bus,
-                                "type='signal',sender='org.freedesktop.login1',path='/org/freedesktop/login1',"
-                                "interface='org.freedesktop.login1.Manager',member='PrepareForSleep'",
-                                onPrepareForSleep, this);
+    prepareForSleep_ =
+        addMatch(bus, rule(managerName, managerPath, managerInterface, "PrepareForSleep"), onPrepareForSleep, this);
     sd_bus_slot* slot = nullptr;
-    check(sd_bus_call_method_async(&bus, &slot, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                   "GetNameOwner", onManagerReply, this, "s", managerName),
+    check(sd_bus_call_method_async(&bus, &slot, busName, busPath, busName, "GetNameOwner", onManagerReply, this, "s",
+                                   managerName),
           "sd_bus_call_method_async");
     managerCall_.reset(slot);
 }
