@@ -113,7 +113,7 @@ TEST_F(Processes, PingHasADeadlineAndItsSummaryIsTranslated) {
     const std::string translated = "rtt min/avg/max/stddev = 1.5/2/3/0 ms\n";
     const std::pair<std::string, std::string> rows[] = {
         {"echo $# $1 $2 $3 $4 $5 $LC_ALL", "5 -n -w 6 -- -f C\n"},
-        {"yes | head -c 10000000\n" + summary, translated},
+        {"yes | head -c 500000\n" + summary, translated},
         {"exec yes", "y\n"},
         {"trap \"" + summary + "exit\" INT; while :; do sleep 100; done", translated},
         {"trap '' INT; echo killed; sleep 100", "killed\n"},
