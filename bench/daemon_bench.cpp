@@ -98,7 +98,7 @@ template <typename Start, typename Ready>
 void timeStarts(benchmark::State& state, const Start& start, const Ready& ready) {
     std::vector<double> times;
     double processor = 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto once : state) {
         const auto before = Clock::now();
         const std::unique_ptr<DaemonProcess> process = start();
         ready(*process);

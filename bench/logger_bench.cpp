@@ -37,9 +37,9 @@ struct Ours {
 
     Ours() { logger->setLogFilePath(logFile); }
 
-    void log() { logger->logString(line); }
+    void log() const { logger->logString(line); }
 
-    void drain() { logger->drain(); }
+    void drain() const { logger->drain(); }
 };
 
 struct SpdlogAsynchronous {
@@ -71,7 +71,7 @@ struct RewritePerLine {
 template <typename Logger>
 void timeBursts(benchmark::State& state) {
     std::vector<double> calls;
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto once : state) {
         Logger logger;
         const auto start = Clock::now();
         for (int i = 0; i < burst; ++i) {

@@ -56,7 +56,7 @@ class Times {
 
 void postToHandler(benchmark::State& state) {
     busAddress();
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto once : state) {
         Times times;
         const auto post = [&] {
             times.posted();
@@ -98,7 +98,7 @@ struct BareClient {
 };
 
 void bareSignal(benchmark::State& state) {
-    for (auto _ : state) {
+    for ([[maybe_unused]] const auto once : state) {
         BareClient client;
         sd_bus_new(&client.bus);
         sd_bus_set_address(client.bus, busAddress().c_str());

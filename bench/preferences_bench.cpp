@@ -74,7 +74,7 @@ HVLUserPrefManager& preferencesIn(const std::string& content) {
 
 void readOneKey(benchmark::State& state, const std::string& content) {
     HVLUserPrefManager& preferences = preferencesIn(content);
-    for (auto iteration : state) {
+    for ([[maybe_unused]] const auto once : state) {
         if (!preferences.objectForKey("setting1100")) {
             state.SkipWithError("the setting is not there");
         }
@@ -84,7 +84,7 @@ void readOneKey(benchmark::State& state, const std::string& content) {
 void writeOneKey(benchmark::State& state, const std::string& content) {
     HVLUserPrefManager& preferences = preferencesIn(content);
     int value = 0;
-    for (auto iteration : state) {
+    for ([[maybe_unused]] const auto once : state) {
         preferences.setObject(++value, "setting1100");
     }
     if (preferences.objectForKey("setting1100") != value) {

@@ -69,9 +69,9 @@ class BinaryWriter {
         } else if (const auto* text = value.text()) {
             object = marker(5, text->size()) + *text;
         } else if (const auto* flag = value.as<bool>()) {
-            object = *flag ? "\x09" : "\x08";
+            object = static_cast<char>(*flag ? 9 : 8);
         } else if (const auto* date = value.as<platform::Date>()) {
-            object = "\x33" + big(std::bit_cast<std::uint64_t>(date->seconds), 8);
+            object = marker(3, 3) + big(std::bit_cast<std::uint64_t>(date->seconds), 8);
         } else {
             object = "\x13" + big(static_cast<std::uint64_t>(value.integerValue()), 8);
         }
@@ -92,7 +92,7 @@ void readList(benchmark::State& state, const std::string& bytes) {
     if (platform::property_list::parse(bytes) != preferences()) {
         state.SkipWithError("read wrongly");
     }
-    for (auto step : state) {
+    for ([[maybe_unused]] const auto once : state) {
         benchmark::DoNotOptimize(platform::property_list::parse(bytes));
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(bytes.size()) * state.iterations());
@@ -104,7 +104,7 @@ void readBinary(benchmark::State& state) { readList(state, BinaryWriter().write(
 
 void writeXml(benchmark::State& state) {
     const Value value = preferences();
-    for (auto step : state) {
+    for ([[maybe_unused]] const auto once : state) {
         benchmark::DoNotOptimize(platform::property_list::toXml(value));
     }
 }

@@ -4,7 +4,6 @@ namespace e2e {
 
 using platform::Array;
 using platform::Dictionary;
-using platform::Value;
 
 namespace {
 

@@ -59,10 +59,11 @@ class NotificationCenters : public testing::Test {
     /// What another program may send under the name "observed", of any types.
     template <typename... More>
     void emit(const char* types, More... more) {
-        client->perform([=](sd_bus& connection) {
+        client->perform([&](sd_bus& connection) {
             sd_bus_emit_signal(&connection, "/com/Dravex/DistributedNotifications",
                                "com.Dravex.DistributedNotifications", "Posted", types, "observed", more...);
         });
+        client->sync();
     }
 
     static inline const trial::TemporaryFolder folder;

@@ -40,9 +40,10 @@ TEST_F(SystemFacts, ThePrimaryInterfaceStandsForTheMachine) {
         std::filesystem::remove_all(root.at("/sys"));
         for (const std::string& name : present) {
             const auto& [address, attribute] = cards.at(name);
-            root.write("/sys/class/net/" + name + "/type", "1\n");
-            root.write("/sys/class/net/" + name + "/address", address + "\n");
-            root.write("/sys/class/net/" + name + "/" + attribute, "");
+            const std::string card = "/sys/class/net/" + name + "/";
+            root.write(card + "type", "1\n");
+            root.write(card + "address", address);
+            root.write(card + attribute, "");
         }
         std::string table = "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\n"
                             "eth2\t000200C0\t0\t0001\t0\t0\t0\t00FFFFFF\neth2\t0000\n\n"; // no default routes
