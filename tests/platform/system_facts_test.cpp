@@ -6,8 +6,6 @@
 #include "platform/text.h"
 #include "support/root_test.h"
 
-#include <array>
-#include <map>
 #include <tuple>
 #include <unistd.h>
 
@@ -18,49 +16,31 @@ using namespace platform;
 /// Of a machine made up of files.
 using SystemFacts = support::RootTest;
 
-TEST_F(SystemFacts, ThePrimaryInterfaceStandsForTheMachine) {
-    // clang-format off
-    const std::map<std::string, std::array<std::string, 2>> cards = {
-        {"eth0", {"52:54:00:00:00:01", "device"}}, {"wlan0", {"00:1b:2c:3d:4e:61", "phy80211"}}, // eth0's is no maker's
-        {"eth1", {"00:1b:2c:3d:4e:5f", "device"}}, {"br0",   {"00:1b:2c:3d:4e:62", "bridge"}},
-        {"eth2", {"00:1b:2c:3d:4e:60", "device"}}, {"veth0", {"02:42:ac:11:00:02", "duplex"}}}; // what a container has
-    // The cards that are there, the default routes with their metrics, the primary one.
-    const std::tuple<std::vector<std::string>, std::map<std::string, int>, std::string> rows[] = {
-        {{"eth0", "wlan0"}, {{"wlan0", 0}},                 "eth0"},
-        {{"eth1", "br0"},   {{"br0", 0}},                   "eth1"},
-        {{"eth1", "eth0"},  {{"eth0", 0}},                  "eth1"},
-        {{"veth0"},         {},                             ""},
-        {{"veth0"},         {{"veth0", 0}},                 "veth0"},
-        {{"eth1", "eth2"},  {{"eth2", 100}},                "eth2"},
-        {{"eth1", "eth2"},  {{"eth1", 200}, {"eth2", 100}}, "eth2"},
-        {{"eth1", "eth2"},  {},                             "eth1"},
-    };
-    // clang-format on
-    for (const auto& [present, routes, primary] : rows) {
-        std::filesystem::remove_all(root.at("/sys"));
-        for (const std::string& name : present) {
-            const auto& [address, attribute] = cards.at(name);
-            const std::string card = "/sys/class/net/" + name + "/";
-            root.write(card + "type", "1\n");
-            root.write(card + "address", address);
-            root.write(card + attribute, "");
-        }
-        std::string table = "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\n"
-                            "eth2\t000200C0\t0\t0001\t0\t0\t0\t00FFFFFF\neth2\t0000\n\n"; // no default routes
-        for (const auto& [name, metric] : routes) {
-            table += text::format("%@\t00000000\t010200C0\t0003\t0\t0\t%d\t00000000\n", name, metric);
-        }
-        root.write("/proc/net/route", table);
-        EXPECT_EQ(network::primaryInterface(), primary) << table;
+TEST_F(SystemFacts, TheBestDefaultRouteTellsThePrimaryInterface) {
+    for (const std::string card : {"/sys/class/net/a/", "/sys/class/net/b/"}) {
+        root.write(card + "type", "1\n");
+        root.write(card + "address", "00:1b:2c:3d:4e:5f\n");
+        root.write(card + "device", "");
     }
     const std::string none(32, '0');
-    const std::string rest = " 00 " + none + " 00 " + none + " 00000064 00000001 00000000 00000003     ";
-    root.write("/proc/net/ipv6_route", "fe80" + none.substr(4) + rest + "eth1\n" + none + rest + "eth2\n");
+    const std::string way = "\t00000000\t010200C0\t0003\t0\t0\t%d\t00000000\n";
+    const std::string sixthWay = " 00 " + none + " 00 " + none + " 00000064 00000001 00000000 00000003     b\n";
+    const std::tuple<std::string, std::string, std::string> rows[] = {
+        {"", "", "a"},
+        {"b\t000200C0\t0\t0001\t0\t0\t0\t00FFFFFF\nb\t0000\n\n", "fe80" + none.substr(4) + sixthWay, "a"},
+        {text::format("Iface\tDestination\nb" + way, 100), "", "b"},
+        {text::format("a" + way + "b" + way, 200, 100), "", "b"},
+        {"", none + sixthWay, "b"}};
     auto matching = *device_registry::matching("IOEthernetInterface");
     matching["IOPropertyMatch"] = Dictionary{{"IOPrimaryInterface", true}};
-    std::vector<device_registry::Entry> entries;
-    EXPECT_EQ(device_registry::matchingServices(matching, entries), 0);
-    EXPECT_THAT(entries, testing::ElementsAre(testing::Property(&device_registry::Entry::path, "eth2")));
+    for (const auto& [table, sixthTable, primary] : rows) {
+        root.write("/proc/net/route", table);
+        root.write("/proc/net/ipv6_route", sixthTable);
+        EXPECT_EQ(network::primaryInterface(), primary) << table;
+        std::vector<device_registry::Entry> entries;
+        EXPECT_EQ(device_registry::matchingServices(matching, entries), 0);
+        EXPECT_THAT(entries, testing::ElementsAre(testing::Property(&device_registry::Entry::path, primary)));
+    }
 }
 
 TEST_F(SystemFacts, TheSerialNumberIsTheFirstUsableOne) {

@@ -16,23 +16,31 @@ using Clone = support::CoreTest;
 
 TEST_F(Identity, IsSettledAtStartUp) {
     const std::string built = "00:1b:2c:3d:4e:5f", dock = "00:1b:2c:3d:4e:60";
-    const std::tuple<std::string, std::string, std::string> cards[] = {{"eth0", "00:1B:2C:3D:4E:5F", "device"},
-                                                                       {"eth1", dock, "device"},
-                                                                       {"eth2", "00:00:00:00:00:00", "device"},
-                                                                       {"wifi", dock, "phy80211"}};
+    // clang-format off
+    const std::tuple<std::string, std::string, const char*> cards[] = {
+        {"eth0", "00:1B:2C:3D:4E:5F", "device"}, {"eth1", dock, "device"}, {"eth2", "00:00:00:00:00:00", "device"},
+        {"ethl", "52:54:00:00:00:01", "device"}, {"wifi", dock, "phy80211"}, {"brdg", dock, "bridge"},
+        {"veth", "02:42:ac:11:00:02", "duplex"}};
     const std::tuple<const char*, std::string, std::string, Stored, Stored> rows[] = {
-        // what, its cards (the last is the way out), its serial number, the stored ID, the ID then
-        {"no interface", "", "C2", {}, "C2"},
-        {"wireless only", "wifi", "C2", {}, "C2"},
-        {"one wired", "eth0 wifi", "C2", " \u00a0", built},
-        {"a dock, the way out", "eth0 eth1", "C2", "", dock},
-        {"a dock comes later", "eth0 eth1", "C2", built, built},
-        {"address of zeros", "eth2", "C2", {}, "C2"},
-        {"nothing usable", "eth2", "Default string", {}, {}},
-        {"stored zeros", "eth0", "C2", "00:00", "C2"},
-        {"no account", "eth0", "C2", "00:00", "00:00"},
-        {"not only zeros", "eth0", "C2", "0:0:1", "0:0:1"},
-        {"not even zeros", "eth0", "C2", "::", "::"}};
+        // what, its cards (the last is the way out, "none" is none), its serial number, the stored ID, the ID then
+        {"no interface",              "",               "C2",             {},        "C2"},
+        {"wireless only",             "wifi",           "C2",             {},        "C2"},
+        {"one wired",                 "eth0 wifi",      "C2",             " \u00a0", built},
+        {"a dock, the way out",       "eth0 eth1",      "C2",             "",        dock},
+        {"a dock, no way out",        "eth1 eth0 none", "C2",             "",        built},
+        {"a dock comes later",        "eth0 eth1",      "C2",             built,     built},
+        {"a local address",           "ethl wifi",      "C2",             {},        "52:54:00:00:00:01"},
+        {"beside a maker's",          "eth0 ethl",      "C2",             {},        built},
+        {"beside a bridge",           "eth0 brdg",      "C2",             {},        built},
+        {"a container's",             "veth",           "C2",             {},        "02:42:ac:11:00:02"},
+        {"a container's, no way out", "veth none",      "C2",             {},        "C2"},
+        {"address of zeros",          "eth2",           "C2",             {},        "C2"},
+        {"nothing usable",            "eth2",           "Default string", {},        {}},
+        {"stored zeros",              "eth0",           "C2",             "00:00",   "C2"},
+        {"no account",                "eth0",           "C2",             "00:00",   "00:00"},
+        {"not only zeros",            "eth0",           "C2",             "0:0:1",   "0:0:1"},
+        {"not even zeros",            "eth0",           "C2",             "::",      "::"}};
+    // clang-format on
     for (const auto& [what, present, serialNumber, stored, uniqueId] : rows) {
         SCOPED_TRACE(what);
         fs::remove_all(root.at("/sys"));
