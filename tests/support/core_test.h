@@ -62,15 +62,6 @@ class CoreTest : public testing::Test {
         return platform::text::format("%@/%@/%d%@", post.name, post.object, post.options, userInfo);
     }
 
-    /// A machine with that serial number and a network card with that address; either may be empty.
-    void setMachine(const std::string& serialNumber, const std::string& address) const {
-        root.write("/sys/class/dmi/id/product_serial", serialNumber);
-        for (const auto& [attribute, value] :
-             {std::pair("type", std::string("1")), {"device", ""}, {"address", address}}) {
-            root.write(std::string("/sys/class/net/eth0/") + attribute, value);
-        }
-    }
-
     trial::TemporaryFolder root;
 };
 

@@ -85,13 +85,16 @@ TEST_F(Clone, IsKnownByItsSerialNumberAndTakesANewIdentity) {
         {"c", "C2", e44 + "é", "C2", "", differing + bySerial + e44 + "é_#/C2/C2/" + e44 + "é_#"},
         {"c", "C2", e44 + "éé", "C2", "", differing + bySerial + e44 + "_#/C2/C2/" + e44 + "_#"},
         {7, 7, 7, "C2", "", saved + "7" + differs + byAddress + "C2/C2/C2/Test Computer"}};
+    root.write("/sys/class/net/eth0/type", "1");
+    root.write("/sys/class/net/eth0/device", "");
     auto& stored = hostPreferences();
     for (const auto& [serialNumber, id, description, number, address, expected] : rows) {
         stored.setSerialNumber(serialNumber);
         stored.setUniqueID(id);
         stored.setHostDecription(description);
         stored.setHostID("token");
-        setMachine(number, address);
+        root.write("/sys/class/dmi/id/product_serial", number);
+        root.write("/sys/class/net/eth0/address", address);
         HostIdentity().validateCloneCaseWithSerialNumber();
         const auto log = text::replaceAll(text::join(takeLog(hostLog), "; "), "Helper : ", "");
         const auto after = text::format("/%@/%@/%@", stored.serialNumber(), stored.uniqueID(), stored.hostDecription());
