@@ -11,6 +11,7 @@
 namespace fs = std::filesystem;
 using namespace havrel;
 using namespace platform;
+using namespace std::string_literals;
 using Text = std::optional<std::string>;
 
 class Preferences : public support::CoreTest {
@@ -125,8 +126,21 @@ TEST_F(Preferences, LoseNoThreadsKeyNotEvenToAReset) {
     }
 }
 
-TEST_F(Preferences, TellOfVersionsAndRandomNumbersAndKeepTheWakeOnLanStatus) {
-    EXPECT_EQ(prefs.oSDetails(), "macOS Catalina 10.15.7");
+TEST_F(Preferences, TellOfTheSystemAndKeepTheWakeOnLanStatus) {
+    for (const auto& [version, details] : {std::pair(system_info::Version{10, 15, 7}, "macOS Catalina 10.15.7"),
+                                           {{10, 10, 0}, "OS X Yosemite 10.10.0"},
+                                           {{10, 16, 1}, "macOS Big Sur 10.16.1"},
+                                           {{11, 15, 2}, "macOS Big Sur 11.15.2"},
+                                           {{6, 12, 0}, "macOS 6.12.0"}}) {
+        EXPECT_EQ((fakes::machine::version(version), prefs.oSDetails()), details);
+    }
+    for (const auto& [http, https, isSetUp] : {std::tuple("None", "HTTPS", true),
+                                               {"HTTP", "SOCKS", false},
+                                               {"HTTP", "None", true},
+                                               {"SOCKS", "None", false}}) {
+        fakes::network::proxyTypes({"kCFProxyType"s + http, "kCFProxyType"s + https});
+        EXPECT_EQ(prefs.isMacProxySetUp(), isSetUp) << http << https;
+    }
     for (const auto& [version, number] : {std::pair("7.6.73", 7673), {"v1.2 (3)", 123}, {"", 0}, {"٣.1", 1}}) {
         EXPECT_EQ((prefs.setHavrelVersion(version), prefs.currentVersionInIntegerFormat()), number);
     }
