@@ -14,7 +14,8 @@ namespace platform::json {
 /// The value, or nothing with `error` filled. `error` is left untouched on success.
 std::optional<Value> parse(std::string_view bytes, std::optional<Error>& error);
 
-/// With line breaks and indentation; nothing when the value holds what JSON cannot (data, dates, non-finite reals).
+/// With line breaks and indentation; nothing when the value holds what JSON cannot (data, dates, non-finite
+/// reals), nests deeper than 128 or would be longer than 16 MiB.
 std::optional<std::string> prettyPrinted(const Value& value);
 
 } // namespace platform::json

@@ -112,7 +112,7 @@ class Value {
 
     /// What "%@" prints: a text as it is, a number as decimal text, nested containers as the platform's indented
     /// `{\n    key = value;\n}` and `(\n    value\n)`, in which a text that is not purely ASCII letters, digits
-    /// and "_" stands in double quotes.
+    /// and "_" stands in double quotes. Of a container or of data, what goes beyond some megabytes is left out.
     std::string description() const;
 
     bool operator==(const Value&) const = default;

@@ -23,6 +23,8 @@ constexpr const char* latencyKey = "pingTime";
 
 /// Far more than the service lists. The files stand where everyone may write, and each record costs memory and a ping.
 constexpr std::size_t recordLimit = 10'000;
+/// Of all texts together, which a binary file can make out of next to nothing.
+constexpr std::size_t textLimit = std::size_t{4} << 20;
 
 bool answered(const HVLPingHostPtr& host) { return host->pingTime() != 0; }
 
@@ -31,6 +33,11 @@ HVLPingHostPtr recordFrom(const Value& entry) {
     return HVLPingHost::initWithHostName(entry.textMember(hostNameKey), entry.textMember(addressKey),
                                          entry.textMember(mappedNameKey),
                                          latency != nullptr ? std::optional<Value>(*latency) : std::nullopt);
+}
+
+std::size_t textSizeOf(const HVLPingHost& host) {
+    return host.hostName().value_or("").size() + host.ipAddr().value_or("").size() +
+           host.mappHostName().value_or("").size();
 }
 
 /// The text as a container takes it, which holds no absent object.
@@ -73,15 +80,20 @@ void requireObject(const HVLPingHostPtr& record) {
 HVLPingMutableArray HVLPingMutableArray::initWithPlistWithPath(const std::string& path) {
     HVLPingMutableArray list;
     const std::optional<Value> root = platform::property_list::readFile(path);
-    if (root && root->array() != nullptr) {
-        for (const Value& entry : *root->array()) {
-            if (list.count() == recordLimit) {
-                break;
-            }
-            if (entry.dictionary() != nullptr) {
-                list.addObject(recordFrom(entry));
-            }
+    if (!root || root->array() == nullptr) {
+        return list;
+    }
+    std::size_t textSize = 0;
+    for (const Value& entry : *root->array()) {
+        if (entry.dictionary() == nullptr) {
+            continue;
         }
+        const HVLPingHostPtr host = recordFrom(entry);
+        textSize += textSizeOf(*host);
+        if (list.count() == recordLimit || textSize > textLimit) {
+            break;
+        }
+        list.addObject(host);
     }
     return list;
 }

@@ -20,7 +20,7 @@ class HVLPingMutableArray {
 
     /// The records of a proxy-list file; empty when there is no readable one. A key that is missing or holds no text
     /// leaves its field absent (no latency: 0), an element that is no dictionary is passed over, and so is what
-    /// follows the first 10,000 records.
+    /// follows the first 10,000 records or 4 MiB of text.
     static HVLPingMutableArray initWithPlistWithPath(const std::string& path);
     /// From `"name":"latency"` pairs between commas, braces ignored.
     static HVLPingMutableArray initWithPingStringWithCommaSeprator(const std::string& text);

@@ -83,12 +83,15 @@ TEST_F(ProxyList, WritesWhatItReadsAndReadsAnyFile) {
         EXPECT_THROW(lacking.writeProxyOnFile(paths::proxies), platform::Exception);
     }
     EXPECT_EQ(storedPings(paths::proxies), "b:5 a:37 c:-1 ");
+    const std::string mega((1 << 20) - 1, 'x');
     // clang-format off
     const std::pair<std::string, std::string> rows[] = {
         {"<dict><key>hostName</key><string>a</string></dict>", ""},
         {"<array><string>a</string><array/><dict/></array>", "(null):0 "},
         {"<array><dict><key>hostName</key><true/><key>pingTime</key><integer>9</integer></dict></array>", "(null):9 "},
         {"<array><dict><key>hostName</key><string/><key>pingTime</key><real>9.9</real></dict></array>", ":9 "},
+        {"<array>" + repeated("<dict><key>hostName</key><string>" + mega + "</string></dict>", 5) + "</array>",
+         repeated(mega + ":0 ", 4)},
         {"<array>" + repeated("<dict/>", 10'001) + "</array>", repeated("(null):0 ", 10'000)}};
     // clang-format on
     for (const auto& [content, expected] : rows) {

@@ -1,4 +1,5 @@
 // Texts and values as the platform's own types see them, and the product's operations on texts.
+#include "platform/json.h"
 #include "platform/text.h"
 #include "web/HVLConnectionUtil.h"
 #include "web/NSStringHVL.h"
@@ -51,6 +52,15 @@ TEST(Value, IsDescribedAsThePlatformPrintsIt) {
               "{\n    \"a.b\" = 1;\n    list =     (\n        1,\n        \"<null>\",\n        <01abff10 02>,\n        "
               "\"a b\",\n"
               "        \"\",\n        \"\\U00e9\\n\",\n        {\n            ann = T;\n        }\n    );\n}");
+    Value wide = Array(500'000, true);
+    for (int i = 1; i < 127; ++i) { // each element stands behind hundreds of blanks
+        Array outer(1);
+        outer[0] = std::move(wide);
+        wide = std::move(outer);
+    }
+    EXPECT_LT(wide.description().size(), std::size_t{2} << 20);
+    EXPECT_LT(Value(Data{std::string(std::size_t{12} << 20, 'x')}).description().size(), std::size_t{4} << 20);
+    EXPECT_EQ(json::prettyPrinted(wide), std::nullopt);
     EXPECT_EQ(Value("as \"é\"").description() + Value(Date{1e30}).description(), "as \"é\"12141-05-25 16:53:20 +0000");
 }
 

@@ -24,7 +24,8 @@ struct FileSystemEventStream::State {
         , delivery(eventLoop(loop).timer(std::chrono::milliseconds(1), [this] { deliver(); }))
         , recovery(eventLoop(loop).timer(std::chrono::milliseconds(1), [this] { recover(); }))
         , events(eventLoop(loop).onReadable(tree.descriptor(), [this] { read(&WatchTree::readEvents); }))
-        , ancestors(eventLoop(loop).onReadable(tree.ancestorDescriptor(), [this] { read(&WatchTree::verifyRoots); })) {}
+        , ancestors(
+              eventLoop(loop).onReadable(tree.ancestorDescriptor(), [this] { read(&WatchTree::readAncestors); })) {}
 
     void read(void (WatchTree::*what)()) {
         (tree.*what)();

@@ -114,7 +114,7 @@ class Writer {
             text_ += separator;
             separator = ",\n";
             text_.append(2 * depth_, ' ');
-            if (!writeItem(item)) {
+            if (text_.size() > files::readLimit || !writeItem(item)) {
                 return false;
             }
         }

@@ -53,7 +53,10 @@ std::string descriptionOfReal(double value) {
     return {static_cast<const char*>(buffer.data()), end};
 }
 
-std::string descriptionOfData(const std::string& bytes) {
+/// What is described may be a hostile file's: nested deep, every element would bring hundreds of blanks along.
+constexpr std::size_t longestDescription = std::size_t{1} << 20;
+
+std::string descriptionOfData(std::string_view bytes) {
     std::string text = "<";
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         if (i > 0 && i % 4 == 0) {
@@ -114,6 +117,9 @@ void describeArray(const Array& array, std::size_t depth, std::string& text) {
     text += '(';
     const char* separator = "\n";
     for (const Value& element : array) {
+        if (text.size() > longestDescription) {
+            break;
+        }
         text.append(separator).append(4 * (depth + 1), ' ');
         describe(element, depth + 1, text);
         separator = ",\n";
@@ -125,6 +131,9 @@ void describeDictionary(const Dictionary& dictionary, std::size_t depth, std::st
     const std::size_t indent = 4 * (depth + 1);
     text += "{\n";
     for (const auto& [key, member] : dictionary) {
+        if (text.size() > longestDescription) {
+            break;
+        }
         const bool nested = member.array() != nullptr || member.dictionary() != nullptr;
         text.append(indent, ' ').append(quotedIfNeeded(key)).append(" = ").append(nested ? indent : 0, ' ');
         describe(member, depth + 1, text);
@@ -226,7 +235,7 @@ std::string Value::description() const {
         return descriptionOfReal(*real);
     }
     if (const auto* data = as<Data>()) {
-        return descriptionOfData(data->bytes);
+        return descriptionOfData(std::string_view(data->bytes).substr(0, longestDescription));
     }
     if (const auto* date = as<Date>()) {
         return descriptionOfDate(date->seconds);

@@ -64,22 +64,21 @@ int addWatch(int inotify, const Descriptor& folder, std::uint32_t events) {
     return ::inotify_add_watch(inotify, path.c_str(), events);
 }
 
-std::vector<std::string> folderNamesIn(const Descriptor& folder) {
-    std::vector<std::string> names;
+/// Calls `visit` with the name of each folder in the folder, until it returns false.
+template <typename Visit>
+void forEachFolderIn(const Descriptor& folder, Visit visit) {
     Descriptor listed = openFolderAt(folder.get(), ".");
     const std::unique_ptr<DIR, int (*)(DIR*)> stream(::fdopendir(listed.get()), ::closedir);
     if (!stream) {
-        return names;
+        return;
     }
     listed.release();
-    while (const dirent* entry = ::readdir(stream.get())) {
+    bool goesOn = true;
+    for (const dirent* entry = nullptr; goesOn && (entry = ::readdir(stream.get())) != nullptr;) {
         const std::string_view name = entry->d_name;
         const bool mayBeFolder = entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN;
-        if (mayBeFolder && name != "." && name != "..") {
-            names.emplace_back(name);
-        }
+        goesOn = !mayBeFolder || name == "." || name == ".." || visit(std::string(name));
     }
-    return names;
 }
 
 /// Calls `use` with each event of one read, which does not block. Whether there was room for more events.
@@ -169,6 +168,10 @@ bool WatchTree::watchWaysToRoots() {
             }
         }
     }
+    awaitedNames_.clear();
+    for (const std::string& path : awaited) {
+        awaitedNames_.insert(path.substr(path.rfind('/') + 1));
+    }
     const std::set<int> outdated = std::exchange(ancestorWatches_, {});
     for (const auto& [path, events] : wanted) {
         if (const Descriptor folder = openFolder(path)) {
@@ -182,6 +185,17 @@ bool WatchTree::watchWaysToRoots() {
     }
     return std::any_of(awaited.begin(), awaited.end(),
                        [](const auto& path) { return static_cast<bool>(openFolder(path)); });
+}
+
+void WatchTree::readAncestors() {
+    bool concernsRoots = false;
+    readOnce(ancestors_.get(), [&](const inotify_event& event) {
+        const bool isArrival = (event.mask & arrivalEvents) != 0;
+        concernsRoots = concernsRoots || !isArrival || awaitedNames_.contains(event.name);
+    });
+    if (concernsRoots) {
+        verifyRoots();
+    }
 }
 
 void WatchTree::readEvents() {
@@ -341,9 +355,12 @@ void WatchTree::scanNewFolders() {
         const int watch = newFolders_.front();
         newFolders_.pop_front();
         const Descriptor folder = openFolder(pathOf(watch));
-        for (const std::string& name : folderNamesIn(folder)) {
-            settleFolder(folder, watch, name, -1);
-        }
+        forEachFolderIn(folder, [&](const std::string& name) {
+            const Root& root = roots_[nodes_.at(watch).root];
+            const bool hasRoom = root.folders < share_;
+            settleFolder(folder, watch, name, -1); // without room it says so, once
+            return hasRoom;
+        });
     }
 }
 

@@ -34,13 +34,14 @@ class WatchTree {
     /// Readable when there is something for `readEvents` to do.
     int descriptor() const { return inotify_.get(); }
 
-    /// The same for `verifyRoots`: the folders on the way to the roots, in which a missing one may come into being and
-    /// which may be renamed.
+    /// The same for `readAncestors`: the folders on the way to the roots, in which a missing one may come into being
+    /// and which may be renamed.
     int ancestorDescriptor() const { return ancestors_.get(); }
 
     /// Reads a bounded number of events; the descriptor stays readable while there are more.
     void readEvents();
-    void verifyRoots();
+    /// Finds the roots anew, unless nothing has happened but that names of no interest came up beside the ways to them.
+    void readAncestors();
 
     /// Whether the system dropped events that `recover` makes up for.
     bool hasLostEvents() const { return lostEvents_; }
@@ -93,6 +94,7 @@ class WatchTree {
         std::size_t folders = 0;
     };
 
+    void verifyRoots();
     void findRoot(std::size_t index);
     bool watchWaysToRoots();
     void handle(const inotify_event& event);
@@ -124,6 +126,8 @@ class WatchTree {
     Descriptor inotify_;
     Descriptor ancestors_;
     std::set<int> ancestorWatches_;
+    /// Those whose coming into being may bring a missing root.
+    std::set<std::string, std::less<>> awaitedNames_;
     std::vector<Root> roots_;
     /// How many folders each root may have watched.
     std::size_t share_ = 0;

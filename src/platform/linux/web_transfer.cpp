@@ -86,7 +86,11 @@ std::size_t receive(const char* bytes, std::size_t /*one*/, std::size_t count, v
     if (count > network::answerLimit - answer.size()) {
         return CURL_WRITEFUNC_ERROR;
     }
-    answer.append(bytes, count);
+    try {
+        answer.append(bytes, count);
+    } catch (const std::bad_alloc&) { // not through the library's frames
+        return CURL_WRITEFUNC_ERROR;
+    }
     return count;
 }
 
@@ -136,7 +140,11 @@ int keepToOrigin(void* sent, char* /*address*/, char* /*ownAddress*/, int /*port
     const auto& [handle, origin] = *static_cast<const Sent*>(sent);
     const char* url = nullptr;
     curl_easy_getinfo(handle, CURLINFO_EFFECTIVE_URL, &url);
-    return url != nullptr && originOf(url) == origin ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+    try {
+        return url != nullptr && originOf(url) == origin ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+    } catch (const std::bad_alloc&) {
+        return CURL_PREREQFUNC_ABORT;
+    }
 }
 
 /// `sent` has to last as long as the transfer.
