@@ -5,7 +5,7 @@
 //
 // Idle: once it has measured all proxies, over half a minute. Beside it a process that does nothing but hear
 // notifications, and the bus daemon.
-#include "platform/property_list.h"
+#include "foundation/property_list.h"
 #include "trial/support/bus_client.h"
 #include "trial/support/machine.h"
 #include "trial/support/sleep_service.h"

@@ -1,9 +1,9 @@
 // What a line costs its caller and how soon a burst is on the disk, beside spdlog's asynchronous logger and beside one
 // rewrite of the file for each line.
+#include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
 #include "platform/files.h"
-#include "platform/text.h"
 #include "trial/support/temporary_folder.h"
 
 #include <algorithm>

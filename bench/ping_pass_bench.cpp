@@ -1,5 +1,6 @@
 // What a pass over all proxies costs: 200 loopback addresses, fifty at once. First with a ping of one second, to
 // see what is lost between the pings, then with the system's own of six, beside fping over the same addresses.
+#include "foundation/error.h"
 #include "platform/notifications.h"
 #include "platform/processes.h"
 #include "proxy/HVLPingManager.h"

@@ -1,8 +1,8 @@
 // What a preference costs: every read parses the whole file, every write replaces it and waits for the disk. The peer,
 // plistlib_bench.py, does the same with the same content.
-#include "platform/deployment.h"
+#include "foundation/deployment.h"
+#include "foundation/property_list.h"
 #include "platform/notifications.h"
-#include "platform/property_list.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "trial/support/temporary_folder.h"
 #include "util/ProductPaths.h"

@@ -1,7 +1,7 @@
 // What a read and a write of a preference file of 200 keys costs, without the disk. bench/plistlib_codec_bench.py does
 // the same with another implementation.
-#include "platform/property_list.h"
-#include "platform/value.h"
+#include "foundation/property_list.h"
+#include "foundation/value.h"
 
 #include <benchmark/benchmark.h>
 #include <bit>

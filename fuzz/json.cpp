@@ -1,4 +1,4 @@
-#include "platform/json.h"
+#include "foundation/json.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // What holds for every property list that is read: it can be written and read back, and from then on stays as it is.
 #pragma once
 
-#include "platform/property_list.h"
+#include "foundation/property_list.h"
 
 #include <cstdint>
 #include <cstdlib>

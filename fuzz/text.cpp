@@ -1,5 +1,9 @@
-#include "platform/text.h"
-#include "platform/value.h"
+#include "foundation/text.h"
+#include "foundation/base64.h"
+#include "foundation/format.h"
+#include "foundation/numbers.h"
+#include "foundation/unicode.h"
+#include "foundation/value.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -23,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t length = text::length(words);
     require(text::utf16(words).size() == length);
     require(text::join(text::composedCharacters(words), "") == words);
-    require(text::base64Decode(text::base64Encode(bytes)) == bytes);
+    require(base64::decode(base64::encode(bytes)) == bytes);
     require(text::isValidUtf8(text::trimWhiteSpace(words)) && text::isValidUtf8(text::keepAlphanumerics(words)));
     require(platform::Value(bytes).boolValue() || text::integerValue(bytes) == 0);
     const std::size_t cut = size == 0 ? 0 : data[0];
@@ -37,6 +41,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(text::suffix(bytes, cut).size() <= size && text::prefix(bytes, cut).size() <= size);
     text::floatValue(bytes);
     text::format(bytes, words, cut);
-    text::base64Decode(bytes);
+    base64::decode(bytes);
     return 0;
 }

@@ -1,7 +1,7 @@
 // The document by which a machine leaves its account.
 #pragma once
 
-#include "platform/value.h"
+#include "foundation/value.h"
 
 #include <optional>
 

@@ -1,13 +1,13 @@
 #include "daemon/HVLAutoUninstaller.h"
 
 #include "daemon/ProcessEnd.h"
+#include "foundation/diagnostics.h"
+#include "foundation/format.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
-#include "platform/diagnostics.h"
 #include "platform/files.h"
 #include "platform/processes.h"
 #include "platform/session.h"
-#include "platform/text.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "web/HVLIPAddressUtil.h"
 

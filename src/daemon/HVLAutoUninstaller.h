@@ -2,9 +2,9 @@
 #pragma once
 
 #include "daemon/TrashRule.h"
+#include "foundation/operation_queue.h"
 #include "platform/file_system_events.h"
 #include "platform/notifications.h"
-#include "platform/operation_queue.h"
 #include "platform/run_loop.h"
 
 #include <atomic>

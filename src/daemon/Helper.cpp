@@ -1,11 +1,12 @@
 #include "daemon/Helper.h"
 
 #include "daemon/SystemSetingsClass.h"
+#include "foundation/diagnostics.h"
+#include "foundation/format.h"
+#include "foundation/json.h"
+#include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
-#include "platform/diagnostics.h"
-#include "platform/json.h"
 #include "platform/processes.h"
-#include "platform/text.h"
 #include "prefs/HVLUserPrefManager.h"
 
 namespace havrel {

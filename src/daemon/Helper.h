@@ -1,8 +1,8 @@
 // The central controller: brings every service up, hears the applications' commands and does for them what needs root.
 #pragma once
 
+#include "foundation/value.h"
 #include "platform/notifications.h"
-#include "platform/value.h"
 #include "proxy/HVLPingManager.h"
 #include "proxy/HVLPlistManager.h"
 #include "web/HostIdentity.h"

@@ -4,10 +4,10 @@
 
 #include "daemon/ProcessList.h"
 
+#include "foundation/format.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
 #include "platform/processes.h"
-#include "platform/text.h"
 #include "prefs/HVLUserPrefManager.h"
 
 namespace havrel {

@@ -2,8 +2,8 @@
 #include "daemon/Helper.h"
 
 #include "daemon/SystemSetingsClass.h"
+#include "foundation/format.h"
 #include "logging/HVLLogger.h"
-#include "platform/text.h"
 #include "prefs/HVLUserPrefManager.h"
 
 namespace havrel {

@@ -2,10 +2,11 @@
 // a load has succeeded.
 #include "daemon/Helper.h"
 
+#include "foundation/format.h"
+#include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
 #include "platform/files.h"
 #include "platform/processes.h"
-#include "platform/text.h"
 #include "util/ProductPaths.h"
 
 namespace havrel {

@@ -2,8 +2,8 @@
 #include "daemon/Helper.h"
 
 #include "daemon/ProcessList.h"
+#include "foundation/deployment.h"
 #include "logging/HVLLogger.h"
-#include "platform/deployment.h"
 #include "platform/processes.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "util/ProductPaths.h"
@@ -23,7 +23,7 @@ void Helper::startDownloadandInstallation() {
     }
     hostPreferences().setAutoInstall(1);
     HVLLogger::instance().logString("HVLHelper :  Launching version update from helper");
-    HVLLogger::instanceHost().logString("Download URL:https://" + platform::deployment::staticHost() +
+    HVLLogger::instanceHost().logString("Download URL:https://" + platform::deployment::settings().staticHost +
                                         "/downloads/hvl/autoupdate/HavrelHost.dmg");
     platform::processes::launch(updater, {});
 }

@@ -1,7 +1,8 @@
 #include "daemon/ProcessList.h"
 
+#include "foundation/text.h"
+#include "foundation/unicode.h"
 #include "platform/processes.h"
-#include "platform/text.h"
 
 #include <algorithm>
 

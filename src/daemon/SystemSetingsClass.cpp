@@ -1,8 +1,12 @@
 #include "daemon/SystemSetingsClass.h"
 
-#include "platform/diagnostics.h"
+#include "foundation/diagnostics.h"
+#include "foundation/error.h"
+#include "foundation/format.h"
+#include "foundation/numbers.h"
+#include "foundation/text.h"
+#include "foundation/unicode.h"
 #include "platform/processes.h"
-#include "platform/text.h"
 
 namespace havrel {
 

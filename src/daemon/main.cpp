@@ -1,8 +1,8 @@
 #include "daemon/HVLAutoUninstaller.h"
 #include "daemon/Helper.h"
 #include "daemon/ProcessEnd.h"
+#include "foundation/diagnostics.h"
 #include "logging/HVLLogger.h"
-#include "platform/diagnostics.h"
 #include "platform/run_loop.h"
 
 #include <cstdlib>

@@ -2,12 +2,12 @@
 // cutting at the end leaves the same text as cutting after each, since a cut only ever removes the oldest characters.
 #include "logging/HVLLogger.h"
 
+#include "foundation/diagnostics.h"
+#include "foundation/unicode.h"
 #include "platform/clock.h"
-#include "platform/diagnostics.h"
 #include "platform/files.h"
 #include "platform/session.h"
 #include "platform/system_info.h"
-#include "platform/text.h"
 #include "util/ProductPaths.h"
 
 #include <utility>

@@ -1,8 +1,8 @@
 // Timestamped lines in plain-text log files: the only logging facility of the system.
 #pragma once
 
+#include "foundation/serial_queue.h"
 #include "logging/PendingLines.h"
-#include "platform/serial_queue.h"
 
 #include <cstddef>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "logging/PendingLines.h"
 
+#include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
-#include "platform/text.h"
 
 #include <utility>
 

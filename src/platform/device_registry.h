@@ -2,7 +2,7 @@
 // nothing is kept between calls.
 #pragma once
 
-#include "platform/value.h"
+#include "foundation/value.h"
 
 #include <cstdint>
 #include <optional>

@@ -4,6 +4,8 @@
 // but std::bad_alloc. Every operation may be called from any thread.
 #pragma once
 
+#include "foundation/limits.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -15,7 +17,7 @@
 namespace platform::files {
 
 /// The most that a property list, JSON or log file may hold, in bytes.
-inline constexpr std::size_t readLimit = std::size_t{16} << 20;
+inline constexpr std::size_t readLimit = documentLimit;
 
 /// Whether the new content must be on the disk before it takes the old one's place.
 enum class Durability { cached, flushed };

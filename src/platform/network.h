@@ -2,7 +2,7 @@
 // Every operation may be called from any thread.
 #pragma once
 
-#include "platform/error.h"
+#include "foundation/error.h"
 
 #include <chrono>
 #include <optional>

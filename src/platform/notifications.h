@@ -1,40 +1,13 @@
 // Named messages: to every process of the machine, within this process, and from the machine's sleep and wake.
 #pragma once
 
-#include "platform/value.h"
+#include "foundation/notification.h"
 
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 
 namespace platform {
-
-struct Notification {
-    std::string name;
-    /// Empty for none.
-    std::string object;
-    std::optional<Dictionary> userInfo;
-};
-
-using NotificationHandler = std::function<void(const Notification&)>;
-
-/// Ends an observation when destroyed. The handler may still be running on the main loop then; it is not called again.
-class Observation {
-  public:
-    explicit Observation(std::function<void()> end) : end_(std::move(end)) {}
-
-    ~Observation() { end_(); }
-
-    Observation(const Observation&) = delete;
-    Observation& operator=(const Observation&) = delete;
-
-  private:
-    std::function<void()> end_;
-};
-
-using ObservationPtr = std::unique_ptr<Observation>;
 
 /// Bits of a post's options.
 enum PostOptions : std::uint32_t { deliverImmediately = 1, postToAllSessions = 2 };

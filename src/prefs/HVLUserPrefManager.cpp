@@ -1,13 +1,16 @@
 #include "prefs/HVLUserPrefManager.h"
 
+#include "foundation/base64.h"
+#include "foundation/format.h"
+#include "foundation/numbers.h"
+#include "foundation/unicode.h"
 #include "platform/files.h"
 #include "platform/network.h"
 #include "platform/notifications.h"
-#include "platform/property_list.h"
 #include "platform/system_info.h"
-#include "platform/text.h"
 #include "util/HVLFileManager.h"
 #include "util/ProductPaths.h"
+#include "util/PropertyListFile.h"
 
 #include <string_view>
 #include <utility>
@@ -23,13 +26,13 @@ using platform::Value;
 enum class Broken { absent, asStored };
 
 std::optional<Dictionary> readDictionary(const std::optional<std::string>& path) {
-    auto content = path ? platform::property_list::readFile(*path) : std::nullopt;
+    auto content = path ? readPropertyList(*path) : std::nullopt;
     auto* dictionary = content ? content->as<Dictionary>() : nullptr;
     return dictionary ? std::optional(std::move(*dictionary)) : std::nullopt;
 }
 
 bool writeDictionary(const std::optional<std::string>& path, const Value& dictionary) {
-    return path && platform::property_list::writeFile(*path, dictionary);
+    return path && writePropertyList(*path, dictionary);
 }
 
 /// Posting only queues, so it may happen under a lock.
@@ -47,13 +50,12 @@ Dictionary readOrReset(const std::optional<std::string>& path) {
 
 /// There is no text to store when there is none or when it is no UTF-8.
 std::optional<std::string> encoded(const std::optional<std::string>& text) {
-    return text && platform::text::isValidUtf8(*text) ? std::optional(platform::text::base64Encode(*text))
-                                                      : std::nullopt;
+    return text && platform::text::isValidUtf8(*text) ? std::optional(platform::base64::encode(*text)) : std::nullopt;
 }
 
 std::optional<std::string> decoded(const std::optional<Value>& stored, Broken broken) {
     const auto text = platform::textOf(stored);
-    const auto bytes = text ? platform::text::base64Decode(*text) : std::nullopt;
+    const auto bytes = text ? platform::base64::decode(*text) : std::nullopt;
     auto plain = bytes ? platform::text::decodeUtf8(*bytes) : std::nullopt;
     return plain || broken == Broken::absent ? plain : text;
 }

@@ -1,7 +1,7 @@
 // The settings that the product's applications share, in property lists that each of them reads and writes.
 #pragma once
 
-#include "platform/value.h"
+#include "foundation/value.h"
 
 #include <cstdint>
 #include <mutex>

@@ -1,7 +1,10 @@
 #include "proxy/HVLPingHost.h"
 
+#include "foundation/format.h"
+#include "foundation/numbers.h"
+#include "foundation/text.h"
+#include "foundation/unicode.h"
 #include "platform/processes.h"
-#include "platform/text.h"
 
 #include <string_view>
 #include <vector>

@@ -1,7 +1,7 @@
 // One relay proxy: its names, its address and how fast it last answered.
 #pragma once
 
-#include "platform/value.h"
+#include "foundation/value.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,10 +1,10 @@
 #include "proxy/HVLPingManager.h"
 
+#include "foundation/diagnostics.h"
+#include "foundation/format.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
-#include "platform/diagnostics.h"
 #include "platform/files.h"
-#include "platform/text.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "proxy/HVLPingOperation.h"
 #include "util/ProductPaths.h"

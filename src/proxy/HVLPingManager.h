@@ -1,8 +1,8 @@
 // Measures the relay proxies on a schedule and keeps the file of the best ones up to date.
 #pragma once
 
+#include "foundation/operation_queue.h"
 #include "platform/notifications.h"
-#include "platform/operation_queue.h"
 #include "proxy/HVLPingMutableArray.h"
 
 #include <atomic>

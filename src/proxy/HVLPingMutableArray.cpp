@@ -1,7 +1,9 @@
 #include "proxy/HVLPingMutableArray.h"
 
-#include "platform/property_list.h"
-#include "platform/text.h"
+#include "foundation/error.h"
+#include "foundation/format.h"
+#include "foundation/text.h"
+#include "util/PropertyListFile.h"
 
 #include <algorithm>
 #include <iterator>
@@ -79,7 +81,7 @@ void requireObject(const HVLPingHostPtr& record) {
 
 HVLPingMutableArray HVLPingMutableArray::initWithPlistWithPath(const std::string& path) {
     HVLPingMutableArray list;
-    const std::optional<Value> root = platform::property_list::readFile(path);
+    const std::optional<Value> root = readPropertyList(path);
     if (!root || root->array() == nullptr) {
         return list;
     }
@@ -232,7 +234,7 @@ platform::Array HVLPingMutableArray::getPlistArray() const {
 }
 
 bool HVLPingMutableArray::writeProxyOnFile(const std::string& path) const {
-    return platform::property_list::writeFile(path, getPlistArray());
+    return writePropertyList(path, getPlistArray());
 }
 
 } // namespace havrel

@@ -1,7 +1,7 @@
 // An ordered list of proxy records, with the proxy-list file format and the texts made from it.
 #pragma once
 
-#include "platform/value.h"
+#include "foundation/value.h"
 #include "proxy/HVLPingHost.h"
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 // One ping of one proxy, as a unit of work for an operation queue.
 #pragma once
 
-#include "platform/operation_queue.h"
+#include "foundation/operation_queue.h"
 #include "proxy/HVLPingHost.h"
 
 namespace havrel {

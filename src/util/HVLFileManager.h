@@ -1,7 +1,7 @@
 // Where the preference files lie, and a few questions about the file system. For every application of the product.
 #pragma once
 
-#include "platform/error.h"
+#include "foundation/error.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "util/HVLLocalizableString.h"
 
-#include "platform/property_list.h"
+#include "util/PropertyListFile.h"
 
 #include <mutex>
 
@@ -16,7 +16,7 @@ const platform::Dictionary* localizedStrings() {
     static std::optional<platform::Value> table;
     const std::lock_guard lock(mutex);
     if (!table) {
-        auto loaded = platform::property_list::readFile(tablePath);
+        auto loaded = readPropertyList(tablePath);
         if (!loaded || loaded->dictionary() == nullptr) {
             return nullptr;
         }

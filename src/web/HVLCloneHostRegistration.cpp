@@ -1,9 +1,9 @@
 #include "web/HVLCloneHostRegistration.h"
 
+#include "foundation/deployment.h"
+#include "foundation/format.h"
+#include "foundation/json.h"
 #include "logging/HVLLogger.h"
-#include "platform/deployment.h"
-#include "platform/json.h"
-#include "platform/text.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "web/HVLConnectionUtil.h"
 #include "web/HVLUrl.h"
@@ -19,7 +19,7 @@ std::string configureClientUrl() {
     return text::format(
         "https://%@/hvlnew/api/config/v1/configureClients?token=%@&topic_id=%@&app_pwd=%@&id=%@&host_description=%@"
         "&os=%@&version=%@&trust_token=%@",
-        platform::deployment::apiHost(), encoded(hostPreferences().viewerToken()),
+        platform::deployment::settings().apiHost, encoded(hostPreferences().viewerToken()),
         encoded(hostPreferences().proxyTopic()), encoded(hostPreferences().appPassword()),
         encoded(hostPreferences().uniqueID()), encoded(hostPreferences().hostDecription()),
         hostPreferences().MacOSVersionWithAllDigits(), hostPreferences().havrelVersion(),

@@ -1,6 +1,9 @@
 #include "web/HVLConnectionUtil.h"
 
-#include "platform/text.h"
+#include "foundation/base64.h"
+#include "foundation/format.h"
+#include "foundation/text.h"
+#include "foundation/unicode.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "web/NSStringHVL.h"
 
@@ -76,7 +79,7 @@ std::optional<std::string> HVLConnectionUtil::getContentOfUrlForErrorCode(const 
                                                                           std::optional<HVLError>& error) const {
     network::Request request = postRequest(url);
     const std::string credential = text::format("%@:%@", serviceUser, servicePassword);
-    request.headers.emplace_back("Authorization", text::format("Basic %@", text::base64Encode(credential)));
+    request.headers.emplace_back("Authorization", text::format("Basic %@", platform::base64::encode(credential)));
     return sendPost(std::move(request), error);
 }
 

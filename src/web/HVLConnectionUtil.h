@@ -1,9 +1,9 @@
 // Requests to the web service: one URL in, one blocking exchange, and the service's plain-text failures as errors.
 #pragma once
 
-#include "platform/error.h"
+#include "foundation/error.h"
+#include "foundation/value.h"
 #include "platform/network.h"
-#include "platform/value.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,10 +1,11 @@
 #include "web/HVLIPAddressUtil.h"
 
+#include "foundation/deployment.h"
+#include "foundation/format.h"
+#include "foundation/json.h"
+#include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
-#include "platform/deployment.h"
-#include "platform/json.h"
 #include "platform/network.h"
-#include "platform/text.h"
 #include "web/HVLConnectionUtil.h"
 
 #include <algorithm>
@@ -52,7 +53,7 @@ bool isDottedQuad(const std::string& address) {
 std::string HVLIPAddressUtil::externalIPAddress() {
     for (int attempt = 0; attempt < attempts; ++attempt) {
         network::Request request =
-            HVLConnectionUtil::request("https://" + platform::deployment::apiHost() + "/hvlnew/getRemoteIP");
+            HVLConnectionUtil::request("https://" + platform::deployment::settings().apiHost + "/hvlnew/getRemoteIP");
         request.timeout = std::chrono::seconds(5);
         std::optional<HVLError> ignored;
         const auto answer = network::sendSynchronousRequest(request, ignored);

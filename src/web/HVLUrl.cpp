@@ -1,6 +1,6 @@
 #include "web/HVLUrl.h"
 
-#include "platform/deployment.h"
+#include "foundation/deployment.h"
 
 namespace havrel {
 
@@ -12,17 +12,25 @@ std::string address(const std::string& host, const std::string& path) { return "
 
 } // namespace
 
-std::string HVLUrl::getStringUrl(const std::string& path) { return address(deployment::webServiceHost(), path); }
+std::string HVLUrl::getStringUrl(const std::string& path) {
+    return address(deployment::settings().webServiceHost, path);
+}
 
 std::string HVLUrl::getStringUrlBaseNET(const std::string& path) { return getStringUrl(path); }
 
 URL HVLUrl::getUrl(const std::string& path) { return {getStringUrl(path)}; }
 
-std::string HVLUrl::getStringUrlBaseCOM(const std::string& path) { return address(deployment::webSiteHost(), path); }
+std::string HVLUrl::getStringUrlBaseCOM(const std::string& path) {
+    return address(deployment::settings().webSiteHost, path);
+}
 
-std::string HVLUrl::getStringUrlBaseWeb(const std::string& path) { return address(deployment::webAppHost(), path); }
+std::string HVLUrl::getStringUrlBaseWeb(const std::string& path) {
+    return address(deployment::settings().webAppHost, path);
+}
 
-std::string HVLUrl::getStringTestUrl(const std::string& path) { return address(deployment::testServer(), path); }
+std::string HVLUrl::getStringTestUrl(const std::string& path) {
+    return address(deployment::settings().testServer, path);
+}
 
 std::string HVLUrl::getStringUrlBaseTest(const std::string& path) { return getStringTestUrl(path); }
 

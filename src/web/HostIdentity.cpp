@@ -1,11 +1,12 @@
 #include "web/HostIdentity.h"
 
+#include "foundation/diagnostics.h"
+#include "foundation/format.h"
+#include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
-#include "platform/diagnostics.h"
 #include "platform/network.h"
 #include "platform/notifications.h"
 #include "platform/system_info.h"
-#include "platform/text.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "web/NSStringHVL.h"
 

@@ -1,6 +1,6 @@
 #include "web/NSStringHVL.h"
 
-#include "platform/text.h"
+#include "foundation/unicode.h"
 
 #include <array>
 #include <optional>

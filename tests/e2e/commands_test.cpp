@@ -1,6 +1,6 @@
 #include "e2e/daemon_test.h"
 
-#include "platform/json.h"
+#include "foundation/json.h"
 #include "trial/support/process_table.h"
 #include "trial/support/sleep_service.h"
 #include "web/HVLConnectionUtil.h"

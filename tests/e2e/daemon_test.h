@@ -1,7 +1,7 @@
 // The built daemon on a machine of the test's own. Every test ends it by SIGTERM and checks how it went down.
 #pragma once
 
-#include "platform/property_list.h"
+#include "foundation/property_list.h"
 #include "trial/support/bus_client.h"
 #include "trial/support/machine.h"
 #include "trial/support/wait.h"

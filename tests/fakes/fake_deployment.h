@@ -4,9 +4,8 @@
 
 namespace fakes::deployment {
 
-/// What `platform::deployment::root` answers from now on.
+/// Changes what `platform::deployment::settings` answers from now on.
 void setRoot(const std::string& root);
-/// The same for `platform::deployment::trustAnchorFile`.
 void setTrustAnchorFile(const std::string& file);
 
 } // namespace fakes::deployment

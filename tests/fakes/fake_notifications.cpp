@@ -1,6 +1,6 @@
 #include "fakes/fake_notifications.h"
 
-#include "platform/linux/observer_list.h"
+#include "foundation/observer_list.h"
 
 using namespace platform;
 
@@ -10,7 +10,7 @@ static ObserverList local;
 void fakes::notifications::deliver(const Notification& notification) { systemWide.deliver(notification); }
 
 ObservationPtr distributed_center::addObserver(const std::string& name, NotificationHandler handler) {
-    return systemWide.add(name, std::move(handler), nullptr);
+    return systemWide.add(name, std::move(handler));
 }
 
 void distributed_center::post(const std::string& name, const std::string& object,
@@ -21,11 +21,11 @@ void distributed_center::post(const std::string& name, const std::string& object
 void distributed_center::flush() {}
 
 ObservationPtr workspace_center::addObserver(const std::string& name, NotificationHandler handler) {
-    return systemWide.add(name, std::move(handler), nullptr);
+    return systemWide.add(name, std::move(handler));
 }
 
 ObservationPtr local_center::addObserver(const std::string& name, NotificationHandler handler) {
-    return local.add(name, std::move(handler), nullptr);
+    return local.add(name, std::move(handler));
 }
 
 void local_center::post(const std::string& name, const std::string& object, const std::optional<Dictionary>& userInfo) {

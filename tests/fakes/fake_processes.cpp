@@ -1,6 +1,6 @@
 #include "fakes/fake_processes.h"
 
-#include "platform/text.h"
+#include "foundation/text.h"
 
 using namespace platform;
 using namespace fakes::processes;

@@ -1,7 +1,7 @@
 #include "platform/file_system_events.h"
 
-#include "platform/linux/watch_tree.h"
-#include "platform/text.h"
+#include "foundation/format.h"
+#include "platform/linux/files/watch_tree.h"
 #include "support/root_test.h"
 #include "support/serve.h"
 

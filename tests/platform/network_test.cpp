@@ -1,6 +1,6 @@
 #include "platform/network.h"
 
-#include "platform/linux/descriptor.h"
+#include "platform/linux/files/descriptor.h"
 #include "support/root_test.h"
 #include "trial/support/web_service.h"
 

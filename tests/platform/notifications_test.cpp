@@ -1,5 +1,6 @@
 #include "platform/notifications.h"
 
+#include "foundation/error.h"
 #include "support/serve.h"
 #include "trial/support/bus_client.h"
 #include "trial/support/private_bus.h"

@@ -1,8 +1,9 @@
 #include "platform/processes.h"
 
-#include "platform/linux/child_process.h"
-#include "platform/linux/ping_program.h"
-#include "platform/value.h"
+#include "foundation/error.h"
+#include "foundation/value.h"
+#include "platform/linux/processes/child_process.h"
+#include "platform/linux/processes/ping_program.h"
 #include "support/root_test.h"
 #include "trial/support/temporary_folder.h"
 

@@ -1,9 +1,10 @@
+#include "foundation/format.h"
+#include "foundation/text.h"
 #include "platform/clock.h"
 #include "platform/device_registry.h"
 #include "platform/network.h"
 #include "platform/session.h"
 #include "platform/system_info.h"
-#include "platform/text.h"
 #include "support/root_test.h"
 
 #include <tuple>

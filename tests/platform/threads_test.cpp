@@ -1,9 +1,10 @@
 // What works on other threads, or for them: run loops, timers, queues, sleeps.
+#include "foundation/error.h"
+#include "foundation/operation_queue.h"
+#include "foundation/serial_queue.h"
+#include "foundation/value.h"
 #include "platform/clock.h"
-#include "platform/operation_queue.h"
 #include "platform/run_loop.h"
-#include "platform/serial_queue.h"
-#include "platform/value.h"
 #include "trial/support/wait.h"
 
 #include <array>

@@ -7,8 +7,9 @@
 #include "fakes/fake_network.h"
 #include "fakes/fake_notifications.h"
 #include "fakes/fake_processes.h"
+#include "foundation/format.h"
+#include "foundation/text.h"
 #include "logging/HVLLogger.h"
-#include "platform/text.h"
 #include "trial/support/temporary_folder.h"
 #include "util/ProductPaths.h"
 

@@ -1,6 +1,8 @@
 // What other programs write and read: property lists and JSON.
-#include "platform/json.h"
-#include "platform/property_list.h"
+#include "foundation/json.h"
+#include "foundation/property_list.h"
+#include "foundation/unicode.h"
+#include "platform/files.h"
 #include "support/core_test.h"
 
 #include <cmath>

@@ -1,5 +1,6 @@
 // Who the host is, from the facts of made-up machines, and what becomes of a disk that moved to another one.
-#include "platform/json.h"
+#include "foundation/json.h"
+#include "foundation/unicode.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "unit/helper_test.h"
 

@@ -1,7 +1,7 @@
 #include "logging/HVLLogger.h"
 
+#include "foundation/unicode.h"
 #include "platform/files.h"
-#include "platform/text.h"
 #include "support/core_test.h"
 
 namespace text = platform::text;

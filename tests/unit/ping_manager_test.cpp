@@ -1,4 +1,5 @@
-#include "platform/text.h"
+#include "foundation/format.h"
+#include "foundation/text.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "proxy/HVLPingManager.h"
 #include "support/core_test.h"

@@ -1,8 +1,8 @@
-#include "platform/property_list.h"
-#include "platform/text.h"
+#include "foundation/property_list.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "support/core_test.h"
 #include "support/ping_lists.h"
+#include "util/PropertyListFile.h"
 
 #include <random>
 #include <sys/stat.h>
@@ -16,7 +16,7 @@ using Text = std::optional<std::string>;
 
 class Preferences : public support::CoreTest {
   protected:
-    static Value content(const std::string& path) { return property_list::readFile(path).value_or(nullptr); }
+    static Value content(const std::string& path) { return havrel::readPropertyList(path).value_or(nullptr); }
 
     /// What was announced since the last call, to all sessions at once.
     static std::string posted() {

@@ -1,5 +1,6 @@
 // A proxy and its latency, the lists of them and their files, and the fetch of the service's list.
-#include "platform/text.h"
+#include "foundation/error.h"
+#include "foundation/text.h"
 #include "proxy/HVLPingOperation.h"
 #include "proxy/HVLPlistManager.h"
 #include "support/core_test.h"

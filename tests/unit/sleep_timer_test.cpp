@@ -1,4 +1,5 @@
 #include "daemon/SystemSetingsClass.h"
+#include "foundation/error.h"
 #include "support/core_test.h"
 
 using havrel::SystemSetingsClass;

@@ -1,6 +1,7 @@
 // Texts and values as the platform's own types see them, and the product's operations on texts.
-#include "platform/json.h"
-#include "platform/text.h"
+#include "foundation/json.h"
+#include "foundation/text.h"
+#include "foundation/unicode.h"
 #include "web/HVLConnectionUtil.h"
 #include "web/NSStringHVL.h"
 

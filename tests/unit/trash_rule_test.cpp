@@ -1,5 +1,5 @@
 #include "daemon/TrashRule.h"
-#include "platform/text.h"
+#include "foundation/text.h"
 
 #include <gtest/gtest.h>
 

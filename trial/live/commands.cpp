@@ -1,6 +1,6 @@
 #include "trial/live/commands.h"
 
-#include "platform/text.h"
+#include "foundation/format.h"
 
 #include <algorithm>
 #include <filesystem>

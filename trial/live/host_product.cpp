@@ -1,7 +1,7 @@
 #include "trial/live/host_product.h"
 
-#include "platform/property_list.h"
-#include "platform/text.h"
+#include "foundation/format.h"
+#include "foundation/property_list.h"
 #include "util/ProductPaths.h"
 
 #include <string>

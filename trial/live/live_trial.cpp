@@ -1,6 +1,6 @@
 #include "trial/live/live_trial.h"
 
-#include "platform/text.h"
+#include "foundation/text.h"
 #include "trial/live/commands.h"
 #include "trial/live/host_product.h"
 #include "util/ProductPaths.h"

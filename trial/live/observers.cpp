@@ -1,6 +1,6 @@
 #include "trial/live/observers.h"
 
-#include "platform/text.h"
+#include "foundation/text.h"
 #include "trial/support/process_table.h"
 #include "trial/support/temporary_folder.h"
 

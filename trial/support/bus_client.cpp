@@ -1,6 +1,6 @@
 #include "trial/support/bus_client.h"
 
-#include "platform/linux/notification_message.h"
+#include "platform/linux/bus/notification_message.h"
 #include "trial/support/bus_thread.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // Another process's view of the bus.
 #pragma once
 
-#include "platform/value.h"
+#include "foundation/value.h"
 
 #include <chrono>
 #include <cstddef>

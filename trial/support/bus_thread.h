@@ -1,7 +1,7 @@
 // A bus connection that is served in the background.
 #pragma once
 
-#include "platform/linux/bus_connection.h"
+#include "platform/linux/bus/bus_connection.h"
 #include "platform/run_loop.h"
 
 #include <functional>

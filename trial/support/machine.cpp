@@ -1,8 +1,8 @@
 #include "trial/support/machine.h"
 
-#include "platform/json.h"
-#include "platform/text.h"
-#include "platform/value.h"
+#include "foundation/format.h"
+#include "foundation/json.h"
+#include "foundation/value.h"
 
 namespace trial {
 

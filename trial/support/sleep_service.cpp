@@ -1,6 +1,6 @@
 #include "trial/support/sleep_service.h"
 
-#include "platform/linux/descriptor.h"
+#include "platform/linux/files/descriptor.h"
 #include "trial/support/bus_thread.h"
 
 #include <array>

@@ -1,7 +1,7 @@
 #include "trial/support/trial_root.h"
 
-#include "platform/property_list.h"
-#include "platform/text.h"
+#include "foundation/property_list.h"
+#include "foundation/text.h"
 #include "util/ProductPaths.h"
 
 namespace trial {

@@ -2,7 +2,7 @@
 // machine around them. What the daemon leaves in it is read from here too.
 #pragma once
 
-#include "platform/value.h"
+#include "foundation/value.h"
 #include "trial/support/temporary_folder.h"
 
 #include <cstdint>

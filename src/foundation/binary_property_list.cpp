@@ -1,0 +1,260 @@
+#include "foundation/binary_property_list.h"
+
+#include "foundation/value_builder.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+
+namespace platform::property_list {
+
+namespace {
+
+// A file is a header, the objects, a table of the objects' offsets, and a trailer of six unused bytes, two byte sizes
+// (of an offset, of a reference) and three 64-bit numbers (objects, root object, offset of the table). All numbers are
+// big-endian. Containers refer to their members by number, so an object may be referred to many times, or by itself:
+// the builder's bounds end that.
+constexpr std::string_view header = "bplist00";
+constexpr std::size_t trailerSize = 32;
+
+std::uint64_t bigEndian(std::string_view bytes) {
+    std::uint64_t number = 0;
+    for (const char byte : bytes) {
+        number = number << 8 | static_cast<unsigned char>(byte);
+    }
+    return number;
+}
+
+void appendUtf8(std::string& text, char32_t scalar) {
+    const auto tail = [&](unsigned shift) { text += static_cast<char>(0x80 | (scalar >> shift & 0x3f)); };
+    if (scalar < 0x80) {
+        text += static_cast<char>(scalar);
+    } else if (scalar < 0x800) {
+        text += static_cast<char>(0xc0 | scalar >> 6);
+        tail(0);
+    } else if (scalar < 0x10000) {
+        text += static_cast<char>(0xe0 | scalar >> 12);
+        tail(6);
+        tail(0);
+    } else {
+        text += static_cast<char>(0xf0 | scalar >> 18);
+        tail(12);
+        tail(6);
+        tail(0);
+    }
+}
+
+/// UTF-16, big-endian; half a pair becomes U+FFFD.
+std::string fromUtf16(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    for (; !bytes.empty(); bytes.remove_prefix(2)) {
+        auto scalar = static_cast<char32_t>(bigEndian(bytes.substr(0, 2)));
+        if (scalar >= 0xd800 && scalar < 0xe000) {
+            const auto low = static_cast<char32_t>(bigEndian(bytes.substr(2, 2)));
+            const bool pair = scalar < 0xdc00 && bytes.size() > 2 && low >= 0xdc00 && low < 0xe000;
+            scalar = pair ? 0x10000 + ((scalar - 0xd800) << 10) + (low - 0xdc00) : U'\uFFFD';
+            bytes.remove_prefix(pair ? 2 : 0);
+        }
+        appendUtf8(text, scalar);
+    }
+    return text;
+}
+
+std::optional<Value> integerOf(std::string_view bytes) {
+    if (bytes.size() < 8) {
+        return bigEndian(bytes);
+    }
+    const std::uint64_t low = bigEndian(bytes.substr(bytes.size() - 8));
+    if (bytes.size() == 8) {
+        return static_cast<std::int64_t>(low);
+    }
+    return bigEndian(bytes.substr(0, 8)) == 0 ? std::optional<Value>(low) : std::nullopt;
+}
+
+double realOf(std::string_view bytes) {
+    const std::uint64_t bits = bigEndian(bytes);
+    return bytes.size() == 4 ? std::bit_cast<float>(static_cast<std::uint32_t>(bits)) : std::bit_cast<double>(bits);
+}
+
+class Reader {
+  public:
+    explicit Reader(std::string_view bytes) : bytes_(bytes) {}
+
+    std::optional<Value> read() {
+        if (bytes_.size() < header.size() + trailerSize) {
+            return std::nullopt;
+        }
+        const std::string_view trailer = bytes_.substr(bytes_.size() - trailerSize);
+        offsetSize_ = bigEndian(trailer.substr(6, 1));
+        referenceSize_ = bigEndian(trailer.substr(7, 1));
+        count_ = bigEndian(trailer.substr(8, 8));
+        const std::uint64_t root = bigEndian(trailer.substr(16, 8));
+        const std::uint64_t table = bigEndian(trailer.substr(24, 8));
+        bytes_.remove_suffix(trailerSize);
+        if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8 || table < header.size() ||
+            table > bytes_.size() || count_ > (bytes_.size() - table) / offsetSize_) {
+            return std::nullopt;
+        }
+        table_ = bytes_.substr(table);
+        bytes_ = bytes_.substr(0, table);
+        return object(root) ? builder_.take() : std::nullopt;
+    }
+
+  private:
+    /// An object's kind and what follows its marker: `size` items, or the low half of the marker itself.
+    struct Marker {
+        unsigned kind = 0;
+        std::uint64_t size = 0;
+        std::size_t content = 0;
+    };
+
+    std::optional<Marker> marker(std::uint64_t reference) const {
+        if (reference >= count_) {
+            return std::nullopt;
+        }
+        const std::uint64_t offset = bigEndian(table_.substr(reference * offsetSize_, offsetSize_));
+        if (offset < header.size() || offset >= bytes_.size()) {
+            return std::nullopt;
+        }
+        const unsigned byte = static_cast<unsigned char>(bytes_[offset]);
+        Marker marker{byte >> 4U, byte & 0xfU, offset + 1};
+        if (marker.kind >= 4 && marker.size == 0xf) {
+            return withLongSize(marker);
+        }
+        return marker;
+    }
+
+    /// A size that the marker has no room for follows as an integer object.
+    std::optional<Marker> withLongSize(Marker marker) const {
+        const auto byte = slice(marker.content, 1, 1);
+        if (!byte || static_cast<unsigned char>(byte->front()) >> 4U != 1) {
+            return std::nullopt;
+        }
+        const std::size_t width = std::size_t{1} << (static_cast<unsigned char>(byte->front()) & 0xfU);
+        const auto size = width <= 8 ? slice(marker.content + 1, 1, width) : std::nullopt;
+        if (!size) {
+            return std::nullopt;
+        }
+        return Marker{marker.kind, bigEndian(*size), marker.content + 1 + width};
+    }
+
+    /// `count` items of `width` bytes; nothing when they reach beyond the objects.
+    std::optional<std::string_view> slice(std::size_t offset, std::uint64_t count, std::size_t width) const {
+        if (offset > bytes_.size() || count > (bytes_.size() - offset) / width) {
+            return std::nullopt;
+        }
+        return bytes_.substr(offset, count * width);
+    }
+
+    std::uint64_t referenceAt(std::string_view references, std::size_t index) const {
+        return bigEndian(references.substr(index * referenceSize_, referenceSize_));
+    }
+
+    /// The builder's bound on nesting is the bound on this recursion.
+    bool object(std::uint64_t reference) {
+        const auto found = marker(reference);
+        if (!found) {
+            return false;
+        }
+        switch (found->kind) {
+        case 0xa:
+            return array(*found);
+        case 0xd:
+            return dictionary(*found);
+        default: {
+            auto value = scalar(*found);
+            return value && builder_.add(std::move(*value));
+        }
+        }
+    }
+
+    bool array(const Marker& marker) {
+        const auto references = slice(marker.content, marker.size, referenceSize_);
+        if (!references || !builder_.openArray()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < marker.size; ++i) {
+            if (!object(referenceAt(*references, i))) {
+                return false;
+            }
+        }
+        return builder_.close();
+    }
+
+    bool dictionary(const Marker& marker) {
+        const auto references = slice(marker.content, marker.size, 2 * referenceSize_);
+        if (!references || !builder_.openDictionary()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < marker.size; ++i) {
+            if (!key(referenceAt(*references, i)) || !object(referenceAt(*references, marker.size + i))) {
+                return false;
+            }
+        }
+        return builder_.close();
+    }
+
+    bool key(std::uint64_t reference) {
+        const auto found = marker(reference);
+        auto name = found ? text(*found) : std::nullopt;
+        return name && builder_.key(std::move(*name));
+    }
+
+    std::optional<std::string> text(const Marker& marker) const {
+        const bool ascii = marker.kind == 5;
+        const auto bytes = ascii || marker.kind == 6 ? slice(marker.content, marker.size, ascii ? 1 : 2) : std::nullopt;
+        if (!bytes || (ascii && std::any_of(bytes->begin(), bytes->end(), [](char c) { return (c & 0x80) != 0; }))) {
+            return std::nullopt;
+        }
+        return ascii ? std::string(*bytes) : fromUtf16(*bytes);
+    }
+
+    std::optional<Value> scalar(const Marker& marker) const {
+        if (marker.kind == 0) {
+            return marker.size == 8 || marker.size == 9 ? std::optional<Value>(marker.size == 9) : std::nullopt;
+        }
+        if (marker.kind == 5 || marker.kind == 6) {
+            return text(marker);
+        }
+        if (marker.kind == 4) {
+            const auto bytes = slice(marker.content, marker.size, 1);
+            return bytes ? std::optional<Value>(Data{std::string(*bytes)}) : std::nullopt;
+        }
+        return number(marker);
+    }
+
+    /// Integers, reals and dates; the marker's size is the power of two of their width.
+    std::optional<Value> number(const Marker& marker) const {
+        const auto bytes = marker.size <= 4 ? slice(marker.content, 1, std::size_t{1} << marker.size) : std::nullopt;
+        if (!bytes) {
+            return std::nullopt;
+        }
+        if (marker.kind == 1) {
+            return integerOf(*bytes);
+        }
+        if (marker.kind == 2 && (marker.size == 2 || marker.size == 3)) {
+            return realOf(*bytes);
+        }
+        if (marker.kind == 3 && marker.size == 3 && std::isfinite(realOf(*bytes))) {
+            return Date{realOf(*bytes)};
+        }
+        return std::nullopt;
+    }
+
+    std::string_view bytes_;
+    std::string_view table_;
+    std::size_t offsetSize_ = 0;
+    std::size_t referenceSize_ = 0;
+    std::uint64_t count_ = 0;
+    ValueBuilder builder_;
+};
+
+} // namespace
+
+bool isBinary(std::string_view bytes) { return bytes.starts_with(header); }
+
+std::optional<Value> parseBinary(std::string_view bytes) { return Reader(bytes).read(); }
+
+} // namespace platform::property_list

@@ -1,0 +1,41 @@
+#include "foundation/diagnostics.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <initializer_list>
+#include <string>
+
+namespace platform::diagnostics {
+
+namespace {
+
+/// In one call, so that what threads write at once is not mixed.
+void write(std::FILE* channel, std::string_view text) noexcept {
+    std::fwrite(text.data(), 1, text.size(), channel);
+    std::fflush(channel);
+}
+
+void reportParts(std::initializer_list<std::string_view> parts) noexcept {
+    try {
+        std::string text;
+        for (const std::string_view part : parts) {
+            text += part;
+        }
+        std::replace_if(
+            text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+        text += '\n';
+        write(stderr, text);
+    } catch (const std::exception&) {
+        write(stderr, "out of memory\n");
+    }
+}
+
+} // namespace
+
+void report(std::string_view line) noexcept { reportParts({line}); }
+
+void report(std::string_view where, std::string_view what) noexcept { reportParts({where, ": ", what}); }
+
+void print(std::string_view text) noexcept { write(stdout, text); }
+
+} // namespace platform::diagnostics

@@ -1,0 +1,100 @@
+#include "foundation/operation_queue.h"
+
+#include "foundation/diagnostics.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace platform {
+
+using OperationPtr = std::shared_ptr<Operation>;
+
+/// Shared with the workers, which let go of it last.
+struct OperationQueue::State {
+    const std::size_t maxWorkers;
+    mutable std::mutex mutex;
+    std::condition_variable idle;
+    std::deque<OperationPtr> waiting;
+    std::vector<OperationPtr> running;
+    std::size_t workers = 0;
+
+    explicit State(std::size_t maximum) : maxWorkers(std::max<std::size_t>(maximum, 1)) {}
+
+    /// The next operation to run; without one the calling worker counts as gone.
+    OperationPtr next() {
+        const std::lock_guard lock(mutex);
+        if (waiting.empty()) {
+            --workers;
+            idle.notify_all();
+            return nullptr;
+        }
+        running.push_back(std::move(waiting.front()));
+        waiting.pop_front();
+        return running.back();
+    }
+
+    void ended(const OperationPtr& operation) {
+        const std::lock_guard lock(mutex);
+        running.erase(std::find(running.begin(), running.end(), operation));
+    }
+
+    void work() {
+        while (const OperationPtr operation = next()) {
+            diagnostics::contain("operation", [&] { operation->main(); });
+            ended(operation);
+        }
+    }
+
+    void cancelAll() {
+        std::deque<OperationPtr> dropped; // destroyed without the lock
+        const std::lock_guard lock(mutex);
+        dropped.swap(waiting);
+        for (const auto& operation : dropped) {
+            operation->cancel();
+        }
+        for (const auto& operation : running) {
+            operation->cancel();
+        }
+    }
+};
+
+OperationQueue::OperationQueue(std::size_t maxConcurrentOperationCount)
+    : state_(std::make_shared<State>(maxConcurrentOperationCount)) {}
+
+OperationQueue::~OperationQueue() {
+    state_->cancelAll();
+    std::unique_lock lock(state_->mutex);
+    state_->idle.wait(lock, [this] { return state_->workers == 0; });
+}
+
+void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {
+    const std::lock_guard lock(state_->mutex);
+    state_->waiting.push_back(std::move(operation));
+    if (state_->workers >= state_->maxWorkers) {
+        return;
+    }
+    try {
+        std::thread([state = state_] { state->work(); }).detach();
+        ++state_->workers;
+    } catch (const std::system_error& error) {
+        diagnostics::report(std::string("operation queue: no thread: ") + error.what());
+        // Without any worker it would wait for good and stand for work under way.
+        if (state_->workers == 0) {
+            state_->waiting.pop_back();
+        }
+    }
+}
+
+std::size_t OperationQueue::operationCount() const {
+    const std::lock_guard lock(state_->mutex);
+    return state_->waiting.size() + state_->running.size();
+}
+
+void OperationQueue::cancelAllOperations() { state_->cancelAll(); }
+
+} // namespace platform

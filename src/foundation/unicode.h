@@ -1,0 +1,38 @@
+// Text as the product's string type sees it: UTF-8 outside, counted and cut in UTF-16 code units. A cut never leaves
+// half of a surrogate pair. Thread-safe.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace platform::text {
+
+bool isValidUtf8(std::string_view bytes);
+/// The text when the bytes are valid UTF-8, else nothing.
+std::optional<std::string> decodeUtf8(std::string_view bytes);
+/// The bytes with every invalid sequence replaced by U+FFFD.
+std::string makeValidUtf8(std::string_view bytes);
+
+/// Length in UTF-16 code units.
+std::size_t length(std::string_view text);
+/// The first `units` code units (all when there are fewer); a pair that the cut would split is left out whole.
+std::string prefix(std::string_view text, std::size_t units);
+/// What follows the first `units` code units (nothing when there are fewer); a split pair is left out whole.
+std::string dropPrefix(std::string_view text, std::size_t units);
+/// The last `units` code units (all when there are fewer); a split pair is left out whole.
+std::string suffix(std::string_view text, std::size_t units);
+/// The text as UTF-16 code units.
+std::u16string utf16(std::string_view text);
+
+/// Without Unicode white space (Zs and tab; no line breaks) at both ends.
+std::string trimWhiteSpace(std::string_view text);
+
+/// Without every character outside the Unicode letters, marks and decimal or other digits (L*, M*, N*).
+std::string keepAlphanumerics(std::string_view text);
+/// Calls `visit` with each user-perceived character (composed character sequence), in order, as a part of the text.
+void forEachComposedCharacter(std::string_view text, const std::function<void(std::string_view)>& visit);
+
+} // namespace platform::text

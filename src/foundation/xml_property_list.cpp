@@ -1,0 +1,374 @@
+#include "foundation/xml_property_list.h"
+
+#include "foundation/base64.h"
+#include "foundation/numbers.h"
+#include "foundation/property_list.h"
+#include "foundation/text.h"
+#include "foundation/unicode.h"
+#include "foundation/value_builder.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <exception>
+#include <expat.h>
+#include <limits>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace platform::property_list {
+
+namespace {
+
+constexpr std::string_view whiteSpace = " \t\r\n";
+constexpr auto referenceDay = std::chrono::sys_days{std::chrono::year{2001} / 1 / 1};
+
+constexpr double secondsAt(std::chrono::sys_days day) {
+    return static_cast<double>(std::chrono::seconds{day - referenceDay}.count());
+}
+
+std::string_view withoutPlus(std::string_view text) {
+    if (text.size() > 1 && text.front() == '+' && text[1] != '-') {
+        text.remove_prefix(1);
+    }
+    return text;
+}
+
+std::optional<Value> readInteger(std::string_view text) {
+    text = withoutPlus(text);
+    const bool negative = text.starts_with('-');
+    text.remove_prefix(negative ? 1 : 0);
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    text.remove_prefix(hexadecimal ? 2 : 0);
+    const auto magnitude = text::wholeNumber<std::uint64_t>(text, hexadecimal ? 16 : 10);
+    if (!magnitude || !negative) {
+        return magnitude;
+    }
+    constexpr auto lowest = std::uint64_t{1} << 63;
+    return *magnitude <= lowest ? std::optional<Value>(static_cast<std::int64_t>(0 - *magnitude)) : std::nullopt;
+}
+
+/// What is too large or too small for a real is the nearest one: a file of settings is not given up for it.
+std::optional<Value> readReal(std::string_view text) {
+    text = withoutPlus(text);
+    double number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (end != text.data() + text.size() || error == std::errc::invalid_argument) {
+        return std::nullopt;
+    }
+    if (error == std::errc::result_out_of_range) {
+        const bool isTiny = text.find("e-") != std::string_view::npos || text.find("E-") != std::string_view::npos;
+        number = isTiny ? 0.0 : std::numeric_limits<double>::infinity();
+        return text.starts_with('-') ? -number : number;
+    }
+    return number;
+}
+
+/// "YYYY-MM-DDTHH:MM:SSZ".
+std::optional<Value> readDate(std::string_view text) {
+    constexpr std::string_view pattern = "dddd-dd-ddTdd:dd:ddZ";
+    const bool wellFormed = std::equal(text.begin(), text.end(), pattern.begin(), pattern.end(),
+                                       [](char c, char p) { return p == 'd' ? c >= '0' && c <= '9' : c == p; });
+    if (!wellFormed) {
+        return std::nullopt;
+    }
+    const auto field = [&](std::size_t at, std::size_t size) {
+        return *text::wholeNumber<unsigned>(text.substr(at, size));
+    };
+    const std::chrono::year_month_day day{std::chrono::year(static_cast<int>(field(0, 4))),
+                                          std::chrono::month(field(5, 2)), std::chrono::day(field(8, 2))};
+    const unsigned hours = field(11, 2);
+    const unsigned minutes = field(14, 2);
+    const unsigned seconds = field(17, 2);
+    if (!day.ok() || hours > 23 || minutes > 59 || seconds > 59) {
+        return std::nullopt;
+    }
+    return Date{secondsAt(day) + hours * 3600.0 + minutes * 60.0 + seconds};
+}
+
+std::optional<Value> readData(std::string text) {
+    std::erase_if(text, [](char c) { return whiteSpace.find(c) != std::string_view::npos; });
+    auto bytes = base64::decode(text);
+    return bytes ? std::optional<Value>(Data{std::move(*bytes)}) : std::nullopt;
+}
+
+/// The elements that hold a text and no other element.
+enum class Leaf { none, key, string, integer, real, date, data, yes, no };
+
+constexpr std::pair<std::string_view, Leaf> leaves[] = {
+    {"key", Leaf::key},   {"string", Leaf::string}, {"integer", Leaf::integer}, {"real", Leaf::real},
+    {"date", Leaf::date}, {"data", Leaf::data},     {"true", Leaf::yes},        {"false", Leaf::no},
+};
+
+class Reader {
+  public:
+    std::optional<Value> read(std::string_view bytes) {
+        if (parser_ == nullptr) {
+            throw std::bad_alloc();
+        }
+        XML_SetUserData(parser_.get(), this);
+        XML_SetElementHandler(
+            parser_.get(),
+            [](void* self, const char* name, const char**) {
+                on(self, [&](Reader& reader) { return reader.start(name); });
+            },
+            [](void* self, const char*) { on(self, [](Reader& reader) { return reader.end(); }); });
+        XML_SetCharacterDataHandler(parser_.get(), [](void* self, const char* text, int size) {
+            on(self, [&](Reader& reader) { return reader.characters({text, static_cast<std::size_t>(size)}); });
+        });
+        XML_SetStartDoctypeDeclHandler(parser_.get(),
+                                       [](void* self, const char*, const char*, const char*, int hasInternalSubset) {
+                                           on(self, [&](Reader&) { return hasInternalSubset == 0; });
+                                       });
+        XML_SetSkippedEntityHandler(parser_.get(),
+                                    [](void* self, const char*, int) { on(self, [](Reader&) { return false; }); });
+        const bool whole =
+            XML_Parse(parser_.get(), bytes.data(), static_cast<int>(bytes.size()), XML_TRUE) == XML_STATUS_OK;
+        if (exception_ != nullptr) {
+            std::rethrow_exception(exception_);
+        }
+        if (XML_GetErrorCode(parser_.get()) == XML_ERROR_NO_MEMORY) {
+            throw std::bad_alloc();
+        }
+        return whole ? builder_.take() : std::nullopt;
+    }
+
+  private:
+    struct Free {
+        void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
+    };
+
+    /// No exception may pass through the C library; and it may still report events after it was stopped.
+    template <typename Event>
+    static void on(void* self, const Event& event) noexcept {
+        auto& reader = *static_cast<Reader*>(self);
+        if (reader.stopped_) {
+            return;
+        }
+        try {
+            reader.stopped_ = !event(reader);
+        } catch (...) {
+            reader.exception_ = std::current_exception();
+            reader.stopped_ = true;
+        }
+        if (reader.stopped_) {
+            XML_StopParser(reader.parser_.get(), XML_FALSE);
+        }
+    }
+
+    bool start(std::string_view name) {
+        if (depth_++ == 0) {
+            return name == "plist";
+        }
+        if (leaf_ != Leaf::none) {
+            return false;
+        }
+        if (name == "dict") {
+            return builder_.openDictionary();
+        }
+        if (name == "array") {
+            return builder_.openArray();
+        }
+        const auto* const found = std::find_if(std::begin(leaves), std::end(leaves),
+                                               [&](const auto& candidate) { return candidate.first == name; });
+        if (found == std::end(leaves)) {
+            return false;
+        }
+        leaf_ = found->second;
+        text_.clear();
+        return true;
+    }
+
+    bool end() {
+        if (--depth_ == 0) {
+            return true;
+        }
+        const Leaf leaf = std::exchange(leaf_, Leaf::none);
+        return leaf == Leaf::none ? builder_.close() : finish(leaf);
+    }
+
+    bool characters(std::string_view text) {
+        if (leaf_ == Leaf::none) {
+            return text.find_first_not_of(whiteSpace) == std::string_view::npos;
+        }
+        text_ += text;
+        return true;
+    }
+
+    bool finish(Leaf leaf) {
+        if (leaf == Leaf::key) {
+            return builder_.key(std::move(text_));
+        }
+        auto value = leafValue(leaf);
+        return value && builder_.add(std::move(*value));
+    }
+
+    std::optional<Value> leafValue(Leaf leaf) {
+        if (leaf == Leaf::string) {
+            return std::move(text_);
+        }
+        if (leaf == Leaf::data) {
+            return readData(std::move(text_));
+        }
+        const std::string text = text::trim(text_, whiteSpace);
+        switch (leaf) {
+        case Leaf::integer:
+            return readInteger(text);
+        case Leaf::real:
+            return readReal(text);
+        case Leaf::date:
+            return readDate(text);
+        default:
+            return text.empty() ? std::optional<Value>(leaf == Leaf::yes) : std::nullopt;
+        }
+    }
+
+    std::unique_ptr<XML_ParserStruct, Free> parser_{XML_ParserCreate(nullptr)};
+    ValueBuilder builder_;
+    std::size_t depth_ = 0;
+    Leaf leaf_ = Leaf::none;
+    std::string text_;
+    bool stopped_ = false;
+    std::exception_ptr exception_;
+};
+
+class Writer {
+  public:
+    std::optional<std::string> document(const Value& value) {
+        text_ = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+                "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+                "<plist version=\"1.0\">\n";
+        const bool written = write(value);
+        text_ += "</plist>\n";
+        return written && text_.size() <= documentLimit ? std::optional(std::move(text_)) : std::nullopt;
+    }
+
+  private:
+    bool write(const Value& value) {
+        if (const auto* array = value.array()) {
+            return list("array", *array, [this](const Value& element) { return write(element); });
+        }
+        if (const auto* dictionary = value.dictionary()) {
+            return list("dict", *dictionary, [this](const auto& member) {
+                element("key", member.first);
+                return write(member.second);
+            });
+        }
+        writeScalar(value);
+        return !value.isNull() && nodes_ <= nodeLimit && text_.size() <= documentLimit;
+    }
+
+    template <typename Container, typename WriteItem>
+    bool list(const std::string& tag, const Container& items, const WriteItem& writeItem) {
+        if (depth_ == depthLimit || ++nodes_ > nodeLimit) {
+            return false;
+        }
+        line(items.empty() ? "<" + tag + "/>" : "<" + tag + ">");
+        if (items.empty()) {
+            return true;
+        }
+        ++depth_;
+        const bool written = std::all_of(items.begin(), items.end(), writeItem);
+        --depth_;
+        line("</" + tag + ">");
+        return written;
+    }
+
+    void writeScalar(const Value& value) {
+        if (const auto* words = value.text()) {
+            element("string", *words);
+        } else if (const auto* flag = value.as<bool>()) {
+            ++nodes_;
+            line(*flag ? "<true/>" : "<false/>");
+        } else if (const auto* real = value.as<double>()) {
+            element("real", std::isinf(*real) ? (*real < 0 ? "-infinity" : "+infinity") : value.description());
+        } else if (const auto* date = value.as<Date>()) {
+            element("date", dateText(*date));
+        } else if (const auto* data = value.as<Data>()) {
+            writeData(data->bytes);
+        } else {
+            element("integer", value.description());
+        }
+    }
+
+    static std::string dateText(Date date) {
+        using std::chrono::year;
+        // The form has four digits for the year. The description has the same digits in the same places.
+        constexpr double first = secondsAt(year{0} / 1 / 1);
+        constexpr double last = secondsAt(year{10000} / 1 / 1) - 1;
+        std::string text = Value(Date{std::clamp(date.seconds, first, last)}).description();
+        text.resize(std::string_view("YYYY-MM-DD HH:MM:SS").size());
+        text[10] = 'T';
+        return text + 'Z';
+    }
+
+    /// Lines of 76 columns where a tab counts eight.
+    void writeData(std::string_view bytes) {
+        ++nodes_;
+        const std::size_t width = 76 - 8 * std::min<std::size_t>(depth_, 7);
+        const std::string encoded = base64::encode(bytes);
+        line("<data>");
+        for (std::size_t i = 0; i < encoded.size(); i += width) {
+            line(std::string_view(encoded).substr(i, width));
+        }
+        line("</data>");
+    }
+
+    void line(std::string_view content) { text_.append(depth_, '\t').append(content).append(1, '\n'); }
+
+    void element(std::string_view tag, std::string_view content) {
+        ++nodes_;
+        text_.append(depth_, '\t').append("<").append(tag).append(">");
+        escape(content);
+        text_.append("</").append(tag).append(">\n");
+    }
+
+    void escape(std::string_view content) {
+        if (!text::isValidUtf8(content)) {
+            return escape(text::makeValidUtf8(content));
+        }
+        for (; !content.empty(); content.remove_prefix(1)) {
+            const char c = content.front();
+            switch (c) {
+            case '&':
+                text_ += "&amp;";
+                break;
+            case '<':
+                text_ += "&lt;";
+                break;
+            case '>':
+                text_ += "&gt;";
+                break;
+            // A bare one would be read back as a line feed.
+            case '\r':
+                text_ += "&#13;";
+                break;
+            case '\t':
+            case '\n':
+                text_ += c;
+                break;
+            default:
+                if (content.starts_with("\xef\xbf\xbe") || content.starts_with("\xef\xbf\xbf")) {
+                    content.remove_prefix(2);
+                } else if (static_cast<unsigned char>(c) >= 0x20) {
+                    text_ += c;
+                }
+            }
+        }
+    }
+
+    std::string text_;
+    std::size_t depth_ = 0;
+    std::size_t nodes_ = 0;
+};
+
+} // namespace
+
+std::optional<Value> parseXml(std::string_view bytes) { return Reader().read(bytes); }
+
+std::optional<std::string> toXml(const Value& value) { return Writer().document(value); }
+
+} // namespace platform::property_list

@@ -1,0 +1,52 @@
+// Sleep and wake, as the login manager announces them.
+#pragma once
+
+#include "foundation/observer_list.h"
+#include "platform/linux/bus/bus_connection.h"
+#include "platform/linux/files/descriptor.h"
+
+#include <memory>
+#include <string>
+
+namespace platform {
+
+/// While will-sleep is observed it holds the login manager's delay lock, and lets go of it only when the handlers
+/// have returned and the bus has passed on what they posted. Without a login manager it waits for one to appear.
+class SleepMonitor : private BusUser {
+  public:
+    static SleepMonitor& shared();
+
+    /// From any thread; the handler runs on the main run loop.
+    [[nodiscard]] ObservationPtr addObserver(const std::string& name, NotificationHandler handler);
+
+  private:
+    // Closed when its last owner lets go: this monitor, or a sleep that is being announced.
+    using Lock = std::shared_ptr<Descriptor>;
+
+    SleepMonitor();
+    void connected(sd_bus& bus) override;
+    void lost() override;
+
+    void watch(sd_bus& bus);
+    void setManager(sd_bus& bus, const std::string& uniqueName);
+    void updateLock(sd_bus& bus);
+    void prepareForSleep(sd_bus& bus, bool begins);
+    void takeLock(sd_bus_message& reply);
+
+    static int onManagerReply(sd_bus_message* reply, void* self, sd_bus_error* error);
+    static int onManagerChanged(sd_bus_message* signal, void* self, sd_bus_error* error);
+    static int onPrepareForSleep(sd_bus_message* signal, void* self, sd_bus_error* error);
+    static int onLockReply(sd_bus_message* reply, void* self, sd_bus_error* error);
+
+    ObserverList observers_;
+
+    // The bus thread's own.
+    std::string manager_; // unique name; empty when there is none
+    BusSlot managerChanged_;
+    BusSlot managerCall_;
+    BusSlot prepareForSleep_;
+    BusSlot lockCall_;
+    Lock lock_;
+};
+
+} // namespace platform

@@ -1,0 +1,365 @@
+// The product's folders are writable for every local user, so between any two system calls anything below them may be
+// exchanged for a link, a pipe or a file of somebody else. Therefore a path is walked only once, name by name from the
+// root, through descriptors that refuse links; all work is then done on the folder that was reached and one name in
+// it, and what was opened is judged by its descriptor.
+#include "platform/files.h"
+
+#include "foundation/deployment.h"
+#include "foundation/format.h"
+#include "platform/linux/files/descriptor.h"
+#include "platform/linux/files/folders.h"
+#include "platform/linux/files/system_files.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <shared_mutex>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace platform::files {
+
+namespace {
+
+constexpr mode_t fileMode = 0644;
+constexpr mode_t folderMode = 0755;
+constexpr mode_t permissionBits = 0777;
+
+/// How many folders a walk holds open at once; what lies deeper is counted but not entered.
+constexpr std::size_t deepestWalk = 128;
+
+/// Shared by the replacements, and taken for good at the process's end.
+std::shared_mutex writes;
+
+using Facts = struct stat;
+
+template <typename Call>
+auto retried(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+Descriptor openAt(int folder, const std::string& name, int flags, mode_t mode = 0) {
+    return Descriptor(
+        retried([&] { return ::openat(folder, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY, mode); }));
+}
+
+Descriptor openRoot() {
+    const std::string& root = deployment::settings().root;
+    return Descriptor(::open(root.empty() ? "/" : root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+Descriptor enter(const Descriptor& folder, const std::string& name) {
+    return openAt(folder.get(), name, O_PATH | O_DIRECTORY);
+}
+
+/// The names on a path; nothing when it is not absolute, steps upwards or holds a NUL, which system calls would take
+/// for its end.
+std::optional<std::vector<std::string>> namesOn(std::string_view path) {
+    if (!path.starts_with('/') || path.find('\0') != std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::vector<std::string> names;
+    for (std::size_t start = 1; start < path.size();) {
+        const std::size_t end = std::min(path.find('/', start), path.size());
+        const std::string_view name = path.substr(start, end - start);
+        if (name == "..") {
+            return std::nullopt;
+        }
+        if (!name.empty() && name != ".") {
+            names.emplace_back(name);
+        }
+        start = end + 1;
+    }
+    return names;
+}
+
+/// A folder held open and the name of an item in it, which need not exist.
+struct Place {
+    Descriptor folder;
+    std::string name;
+};
+
+std::optional<Place> locate(const std::string& path) {
+    const auto names = namesOn(path);
+    if (!names) {
+        return std::nullopt;
+    }
+    Descriptor folder = openRoot();
+    if (names->empty()) {
+        return folder ? std::optional(Place{std::move(folder), "."}) : std::nullopt;
+    }
+    for (auto name = names->begin(); folder && name + 1 != names->end(); ++name) {
+        folder = enter(folder, *name);
+    }
+    return folder ? std::optional(Place{std::move(folder), names->back()}) : std::nullopt;
+}
+
+/// What stands there, a link itself included; nothing, with `errno` set, when nothing does.
+std::optional<Facts> factsOf(const Place& place) {
+    Facts facts{};
+    if (::fstatat(place.folder.get(), place.name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) != 0) {
+        return std::nullopt;
+    }
+    return facts;
+}
+
+std::optional<Facts> factsOf(const std::string& path) {
+    const auto place = locate(path);
+    return place ? factsOf(*place) : std::nullopt;
+}
+
+/// A name that nobody can have taken before; empty when the system has no random numbers.
+std::string unguessableName() {
+    std::array<unsigned char, 16> bytes{};
+    if (retried([&] { return ::getrandom(bytes.data(), bytes.size(), 0); }) != static_cast<ssize_t>(bytes.size())) {
+        return {};
+    }
+    std::string name = ".havrel-";
+    for (const unsigned char byte : bytes) {
+        name += text::format("%02x", byte);
+    }
+    return name;
+}
+
+/// A new file of our own beside the place that it is to take; gone again unless it took it.
+class Temporary {
+  public:
+    explicit Temporary(const Place& place)
+        : place_(place)
+        , name_(unguessableName())
+        , file_(openAt(place.folder.get(), name_, O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR)) {}
+
+    ~Temporary() {
+        if (file_) {
+            ::unlinkat(place_.folder.get(), name_.c_str(), 0);
+        }
+    }
+
+    Temporary(const Temporary&) = delete;
+    Temporary& operator=(const Temporary&) = delete;
+
+    bool write(std::string_view content) { return file_ && writeAll(file_.get(), content); }
+
+    /// Gives it the mode and owner of the file that it replaces. Only root can give files away.
+    bool resemble(const Facts& old) {
+        Facts own{};
+        if (::fstat(file_.get(), &own) != 0) {
+            return false;
+        }
+        // The mode first: once the file is somebody else's, only a higher privilege may set it.
+        const bool ownerDiffers = own.st_uid != old.st_uid || own.st_gid != old.st_gid;
+        return setMode(old.st_mode & permissionBits) &&
+               (!ownerDiffers || ::fchown(file_.get(), old.st_uid, old.st_gid) == 0 || ::geteuid() != 0);
+    }
+
+    bool setMode(mode_t mode) { return ::fchmod(file_.get(), mode) == 0; }
+
+    bool flush() {
+        return retried([&] { return ::fsync(file_.get()); }) == 0;
+    }
+
+    bool takePlace() {
+        const int folder = place_.folder.get();
+        if (::renameat(folder, name_.c_str(), folder, place_.name.c_str()) != 0) {
+            return false;
+        }
+        file_.reset();
+        return true;
+    }
+
+  private:
+    const Place& place_;
+    std::string name_;
+    Descriptor file_;
+};
+
+/// Makes the folder's entries durable. A folder that cannot be opened for it keeps them in its own time.
+void flushFolder(const Place& place) {
+    const Descriptor folder = openAt(place.folder.get(), ".", O_RDONLY | O_DIRECTORY);
+    if (folder) {
+        retried([&] { return ::fsync(folder.get()); });
+    }
+}
+
+/// A folder that is there, or a new one; the caller's mask does not narrow its mode.
+Descriptor enterOrCreate(const Descriptor& folder, const std::string& name) {
+    Descriptor existing = enter(folder, name);
+    if (existing || errno != ENOENT) {
+        return existing;
+    }
+    if (::mkdirat(folder.get(), name.c_str(), folderMode) == 0) {
+        if (const Descriptor created = openAt(folder.get(), name, O_RDONLY | O_DIRECTORY)) {
+            ::fchmod(created.get(), folderMode);
+        }
+    }
+    return enter(folder, name);
+}
+
+struct CloseFolder {
+    void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+using Folder = std::unique_ptr<DIR, CloseFolder>;
+
+Folder openFolder(int parent, const std::string& name) {
+    Descriptor descriptor = openAt(parent, name, O_RDONLY | O_DIRECTORY);
+    Folder folder(descriptor ? ::fdopendir(descriptor.get()) : nullptr);
+    if (folder) {
+        descriptor.release();
+    }
+    return folder;
+}
+
+/// The next name in the folder; nothing at its end.
+std::optional<std::string> nextName(const Folder& folder) {
+    while (const dirent* entry = ::readdir(folder.get())) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            return std::string(name);
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+bool exists(const std::string& path) { return factsOf(path).has_value(); }
+
+std::optional<std::string> read(const std::string& path, std::size_t limit) {
+    const auto place = locate(path);
+    if (!place) {
+        return std::nullopt;
+    }
+    const Descriptor file = openAt(place->folder.get(), place->name, O_RDONLY | O_NONBLOCK);
+    Facts facts{};
+    if (!file || ::fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode) ||
+        static_cast<std::uint64_t>(facts.st_size) > limit) {
+        return std::nullopt;
+    }
+    return readAll(file.get(), limit);
+}
+
+bool replace(const std::string& path, std::string_view content, Durability durability) {
+    const std::shared_lock writing(writes);
+    const auto place = locate(path);
+    if (!place) {
+        return false;
+    }
+    const auto old = factsOf(*place);
+    if (old ? !S_ISREG(old->st_mode) : errno != ENOENT) {
+        return false;
+    }
+    Temporary temporary(*place);
+    const bool ready = temporary.write(content) && (old ? temporary.resemble(*old) : temporary.setMode(fileMode)) &&
+                       (durability == Durability::cached || temporary.flush()) && temporary.takePlace();
+    if (ready && durability == Durability::flushed) {
+        flushFolder(*place);
+    }
+    return ready;
+}
+
+void endWrites() { writes.lock(); }
+
+bool createEmpty(const std::string& path) {
+    const auto place = locate(path);
+    if (!place) {
+        return false;
+    }
+    const Descriptor file = openAt(place->folder.get(), place->name, O_WRONLY | O_CREAT | O_EXCL, fileMode);
+    if (file) {
+        return ::fchmod(file.get(), fileMode) == 0;
+    }
+    const auto facts = factsOf(*place);
+    return facts && S_ISREG(facts->st_mode);
+}
+
+bool createFolders(const std::string& path) {
+    const auto names = namesOn(path);
+    Descriptor folder = names ? openRoot() : Descriptor();
+    if (!folder) {
+        return false;
+    }
+    return std::all_of(names->begin(), names->end(), [&](const std::string& name) {
+        folder = enterOrCreate(folder, name);
+        return static_cast<bool>(folder);
+    });
+}
+
+bool setPermissions(const std::string& path, unsigned mode) {
+    const auto place = locate(path);
+    if (!place) {
+        return false;
+    }
+    const Descriptor item = openAt(place->folder.get(), place->name, O_RDONLY | O_NONBLOCK);
+    Facts facts{};
+    if (!item || ::fstat(item.get(), &facts) != 0) {
+        return false;
+    }
+    // A file with a second name may be anybody's; opening that one up is what an attacker would want.
+    const bool ours = S_ISDIR(facts.st_mode) || (S_ISREG(facts.st_mode) && facts.st_nlink == 1);
+    return ours && ::fchmod(item.get(), mode) == 0;
+}
+
+bool remove(const std::string& path) {
+    const auto place = locate(path);
+    return place && ::unlinkat(place->folder.get(), place->name.c_str(), 0) == 0;
+}
+
+std::vector<std::string> list(const std::string& path) {
+    std::vector<std::string> names;
+    const auto place = locate(path);
+    const Folder folder = place ? openFolder(place->folder.get(), place->name) : nullptr;
+    if (folder) {
+        while (auto name = nextName(folder)) {
+            names.push_back(*std::move(name));
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void walkVisible(const std::string& path, const std::function<void(std::uint64_t bytes)>& visit) {
+    const auto place = locate(path);
+    std::vector<Folder> open;
+    if (auto outermost = place ? openFolder(place->folder.get(), place->name) : nullptr) {
+        open.push_back(std::move(outermost));
+    }
+    while (!open.empty()) {
+        const auto name = nextName(open.back());
+        if (!name) {
+            open.pop_back();
+            continue;
+        }
+        if (name->starts_with('.')) {
+            continue;
+        }
+        const int folder = ::dirfd(open.back().get());
+        Facts facts{};
+        const bool known = ::fstatat(folder, name->c_str(), &facts, AT_SYMLINK_NOFOLLOW) == 0;
+        visit(known ? static_cast<std::uint64_t>(facts.st_size) : 0);
+        if (known && S_ISDIR(facts.st_mode) && open.size() < deepestWalk) {
+            if (auto inner = openFolder(folder, *name)) {
+                open.push_back(std::move(inner));
+            }
+        }
+    }
+}
+
+} // namespace platform::files
+
+namespace platform {
+
+Descriptor openFolder(const std::string& path) {
+    const auto place = files::locate(path);
+    return place ? files::openAt(place->folder.get(), place->name, O_RDONLY | O_DIRECTORY) : Descriptor();
+}
+
+} // namespace platform

@@ -1,0 +1,206 @@
+#include "platform/linux/network/web_transfer.h"
+
+#include "foundation/deployment.h"
+#include "platform/linux/network/proxy_settings.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <curl/curl.h>
+#include <memory>
+
+namespace platform::web_transfer {
+
+namespace {
+
+using Headers = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
+
+/// One handle for one request: connections are not kept, so there is nothing to keep a handle for, and what a handle
+/// holds, the trust anchors above all, would be most of an idle daemon's memory.
+using Handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
+
+Handle makeHandle() {
+    // The library's initialisation is safe among threads, and a daemon that sends nothing goes without.
+    static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
+    return {ready == CURLE_OK ? curl_easy_init() : nullptr, &curl_easy_cleanup};
+}
+
+Error transportError(int code, const char* description) { return {"NSURLErrorDomain", code, description}; }
+
+bool isBadDate(CURL* handle) {
+    constexpr long notYetValid = 9; // as OpenSSL numbers the results of a verification
+    constexpr long expired = 10;
+    long result = 0;
+    curl_easy_getinfo(handle, CURLINFO_SSL_VERIFYRESULT, &result);
+    return result == notYetValid || result == expired;
+}
+
+bool isUnreachable(CURL* handle) {
+    long number = 0;
+    curl_easy_getinfo(handle, CURLINFO_OS_ERRNO, &number);
+    return number == ENETUNREACH;
+}
+
+Error errorOf(CURLcode code, CURL* handle) {
+    switch (code) {
+    case CURLE_OPERATION_TIMEDOUT:
+        return transportError(-1001, "The request timed out.");
+    case CURLE_COULDNT_RESOLVE_HOST:
+        return transportError(-1003, "The server's name could not be found.");
+    case CURLE_COULDNT_CONNECT:
+        if (isUnreachable(handle)) {
+            return transportError(-1009, "There is no connection to the network.");
+        }
+        [[fallthrough]];
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_PROXY:
+        return transportError(-1004, "Could not connect to the server.");
+    case CURLE_PARTIAL_FILE:
+    case CURLE_GOT_NOTHING:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+        return transportError(-1005, "The connection was lost.");
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_CACERT_BADFILE:
+        return transportError(-1200, "A secure connection could not be made.");
+    case CURLE_PEER_FAILED_VERIFICATION:
+        return isBadDate(handle) ? transportError(-1201, "The server's certificate is not valid at this time.")
+                                 : transportError(-1202, "The server's certificate is not trusted for this server.");
+    case CURLE_URL_MALFORMAT:
+        return transportError(-1000, "The URL is invalid.");
+    case CURLE_UNSUPPORTED_PROTOCOL:
+        return transportError(-1002, "The URL is of an unsupported kind.");
+    case CURLE_TOO_MANY_REDIRECTS:
+        return transportError(-1007, "There were too many redirects.");
+    case CURLE_ABORTED_BY_CALLBACK:
+        return transportError(-1010, "The redirect leads to another server.");
+    case CURLE_WRITE_ERROR:
+        return transportError(-1103, "The answer is too long.");
+    default:
+        return transportError(-1, curl_easy_strerror(code));
+    }
+}
+
+/// Takes what has arrived, or ends the transfer when that is more than an answer may have.
+std::size_t receive(const char* bytes, std::size_t /*one*/, std::size_t count, void* destination) {
+    auto& answer = *static_cast<std::string*>(destination);
+    if (count > network::answerLimit - answer.size()) {
+        return CURL_WRITEFUNC_ERROR;
+    }
+    try {
+        answer.append(bytes, count);
+    } catch (const std::bad_alloc&) { // not through the library's frames
+        return CURL_WRITEFUNC_ERROR;
+    }
+    return count;
+}
+
+/// The value comes in part from files that anybody may write, so it must not be able to end its line.
+std::string headerLine(const std::string& name, const std::string& value) {
+    std::string line = name + (value.empty() ? ";" : ": " + value); // so an empty value is spelt
+    std::replace_if(
+        line.begin(), line.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, ' ');
+    return line;
+}
+
+Headers headersOf(const network::Request& request) {
+    curl_slist* list = curl_slist_append(nullptr, "Expect:"); // left out
+    for (const auto& [name, value] : request.headers) {
+        list = curl_slist_append(list, headerLine(name, value).c_str());
+    }
+    return {list, &curl_slist_free_all};
+}
+
+void restrictTransport(CURL* handle, std::chrono::milliseconds timeout) {
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, std::max<long>(1, static_cast<long>(timeout.count())));
+    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L); // else a stalled lookup outlives the time-out
+    curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "https");
+    curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "https");
+    curl_easy_setopt(handle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    // A request whose length header falls short of its body spoils the connection for the next one.
+    curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 1L);
+    curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, 1L);
+    curl_easy_setopt(handle, CURLOPT_PROXY, proxy_settings::proxyFor("https").c_str());
+    curl_easy_setopt(handle, CURLOPT_NOPROXY, proxy_settings::exceptions().c_str());
+    if (const std::string& anchors = deployment::settings().trustAnchorFile; !anchors.empty()) {
+        curl_easy_setopt(handle, CURLOPT_CAINFO, anchors.c_str());
+        curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
+    }
+}
+
+/// A request on its way, for the look at where a redirect has led it.
+struct Sent {
+    CURL* handle = nullptr;
+    Origin origin;
+};
+
+/// Bodies carry secrets: no redirect takes one to another server than the request was made for.
+int keepToOrigin(void* sent, char* /*address*/, char* /*ownAddress*/, int /*port*/, int /*ownPort*/) {
+    const auto& [handle, origin] = *static_cast<const Sent*>(sent);
+    const char* url = nullptr;
+    curl_easy_getinfo(handle, CURLINFO_EFFECTIVE_URL, &url);
+    try {
+        return url != nullptr && originOf(url) == origin ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+    } catch (const std::bad_alloc&) {
+        return CURL_PREREQFUNC_ABORT;
+    }
+}
+
+/// `sent` has to last as long as the transfer.
+void describe(CURL* handle, const network::Request& request, const Headers& headers, Sent& sent) {
+    curl_easy_setopt(handle, CURLOPT_URL, request.url.c_str());
+    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
+    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 16L);
+    if (request.body) {
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request.body->data());
+        // A redirect takes the body along: without it the length header that is set would promise one in vain.
+        curl_easy_setopt(handle, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
+        curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, &keepToOrigin);
+        curl_easy_setopt(handle, CURLOPT_PREREQDATA, &sent);
+    }
+    // As a mere name: a POST without a body must not get a length header of the library's.
+    curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+}
+
+} // namespace
+
+std::optional<std::string> perform(const network::Request& request, std::optional<Error>& error) {
+    const Handle handle = makeHandle();
+    if (!handle) {
+        error = transportError(-1, "No transport.");
+        return std::nullopt;
+    }
+    const Headers headers = headersOf(request);
+    std::string answer;
+    Sent sent{handle.get(), originOf(request.url)};
+    restrictTransport(handle.get(), request.timeout);
+    describe(handle.get(), request, headers, sent);
+    curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, &receive);
+    curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &answer);
+    const bool isWhole = request.url.find('\0') == std::string::npos;
+    const CURLcode code = isWhole ? curl_easy_perform(handle.get()) : CURLE_URL_MALFORMAT;
+    if (code != CURLE_OK) {
+        error = errorOf(code, handle.get());
+        return std::nullopt;
+    }
+    return answer;
+}
+
+Origin originOf(const std::string& url) {
+    const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
+    if (curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
+        return {};
+    }
+    const auto part = [&](CURLUPart which) {
+        char* text = nullptr;
+        curl_url_get(parsed.get(), which, &text, CURLU_DEFAULT_PORT);
+        const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
+        return std::string(text != nullptr ? text : "");
+    };
+    return {part(CURLUPART_SCHEME), part(CURLUPART_HOST), part(CURLUPART_PORT)};
+}
+
+} // namespace platform::web_transfer
