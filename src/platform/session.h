@@ -1,4 +1,4 @@
-// Users of this machine, asked for anew each time. From any thread.
+// Users of this machine, looked up anew each time. Thread-safe; nullopt when absent.
 #pragma once
 
 #include <optional>
@@ -6,12 +6,12 @@
 
 namespace platform::session {
 
-/// The user logged in at the graphical console; nothing when there is none.
+/// The user whose desktop is at the console. Login screens and text logins do not count.
 std::optional<std::string> consoleUser();
 
-/// The home folder that the user database gives; nothing for an unknown user or an empty entry.
+/// The home folder of a user; nullopt for an unknown one and for one without.
 std::optional<std::string> homeFolder(const std::string& user);
-/// The home folder of the user that this process runs as.
+/// The home folder of the user that this process runs as, "/" when it has none.
 std::string currentHomeFolder();
 
 } // namespace platform::session

@@ -1,11 +1,11 @@
-// The machine's own users, whatever HAVREL_ROOT says.
+// The machine's user database, whatever HAVREL_ROOT says. Thread-safe; nullopt when absent.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <sys/types.h>
 
-namespace platform::user_database {
+namespace platform {
 
 struct User {
     std::string name;
@@ -14,7 +14,10 @@ struct User {
     std::string home;
 };
 
-/// The user of that name or number; nothing when there is none. From any thread.
+} // namespace platform
+
+namespace platform::user_database {
+
 std::optional<User> find(const std::string& name);
 std::optional<User> find(uid_t id);
 

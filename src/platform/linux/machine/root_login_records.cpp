@@ -1,0 +1,64 @@
+// In production nothing comes here.
+#include "foundation/numbers.h"
+#include "foundation/text.h"
+#include "platform/linux/files/system_files.h"
+#include "platform/linux/machine/login_records.h"
+
+namespace platform {
+
+namespace {
+
+/// The value of `key` in a file of KEY=value lines; empty when absent.
+std::string setting(const std::string& file, const std::string& key) {
+    return assignedValue(readSystemFile(file).value_or(""), key).value_or("");
+}
+
+template <typename Matches>
+std::optional<User> firstUser(Matches matches) {
+    for (const std::string& line : text::split(readSystemFile("/etc/passwd").value_or(""), "\n")) {
+        const auto fields = text::split(line, ":");
+        if (fields.size() != 7) {
+            continue;
+        }
+        const auto id = text::wholeNumber<uid_t>(fields[2]);
+        const auto group = text::wholeNumber<gid_t>(fields[3]);
+        if (id && group) {
+            if (User user{fields[0], *id, *group, fields[5]}; matches(user)) {
+                return user;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+/// Reads the files in which the login manager keeps its state and the C library finds the users.
+class RootRecords : public LoginRecords {
+  public:
+    std::optional<User> findUser(const std::string& name) const override {
+        return firstUser([&](const User& user) { return user.name == name; });
+    }
+
+    std::optional<User> findUser(uid_t id) const override {
+        return firstUser([&](const User& user) { return user.id == id; });
+    }
+
+    std::optional<ConsoleSession> consoleSession() const override {
+        const std::string session = setting("/run/systemd/seats/seat0", "ACTIVE");
+        if (session.empty() || session.find('/') != std::string::npos) {
+            return std::nullopt;
+        }
+        const std::string file = "/run/systemd/sessions/" + session;
+        const auto user = text::wholeNumber<uid_t>(setting(file, "UID"));
+        return user ? std::optional(ConsoleSession{setting(file, "CLASS"), setting(file, "TYPE"), *user})
+                    : std::nullopt;
+    }
+};
+
+} // namespace
+
+const LoginRecords& loginRecordsOfRoot() {
+    static const RootRecords records;
+    return records;
+}
+
+} // namespace platform
