@@ -8,11 +8,26 @@
 #include <mutex>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace platform {
 
 using OperationPtr = std::shared_ptr<Operation>;
+
+namespace {
+
+class FunctionOperation : public Operation {
+  public:
+    explicit FunctionOperation(std::function<void()> work) : work_(std::move(work)) {}
+
+    void main() override { work_(); }
+
+  private:
+    std::function<void()> work_;
+};
+
+} // namespace
 
 /// Shared with the workers, which let go of it last.
 struct OperationQueue::State {
@@ -88,6 +103,10 @@ void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {
             state_->waiting.pop_back();
         }
     }
+}
+
+void OperationQueue::addOperation(std::function<void()> work) {
+    addOperation(std::make_shared<FunctionOperation>(std::move(work)));
 }
 
 std::size_t OperationQueue::operationCount() const {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <memory>
 
 namespace platform {
@@ -33,6 +34,8 @@ class OperationQueue {
 
     /// From any thread. The queue shares ownership of the operation until it has ended.
     void addOperation(std::shared_ptr<Operation> operation);
+    /// The same for work that takes no notice of being cancelled once it runs.
+    void addOperation(std::function<void()> work);
     /// How many are waiting or running.
     std::size_t operationCount() const;
     /// Cancels every operation; those that wait leave the queue unrun, those that run go on to their end.

@@ -45,7 +45,7 @@ TEST(Threads, DoTheirTasksInOrderWhateverOneRaises) {
         };
         loop.perform(task(looped));
         queue.async(task(queued));
-        operations.addOperation(std::make_shared<TaskOperation>(task(operated)));
+        operations.addOperation(task(operated));
     }
     loop.run(); // returns when there is nothing left
     queue.drain();
