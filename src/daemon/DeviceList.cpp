@@ -7,7 +7,7 @@ using platform::Value;
 
 namespace {
 
-/// Adds the device unless it has no token.
+/// Adds the device if it has a token.
 void addRegistered(Dictionary& devices, const char* name, const std::optional<Value>& token) {
     if (token && *token != Value("")) {
         devices[name] = Dictionary{{"token", *token}};

@@ -1,4 +1,4 @@
-// The document by which a machine leaves its account.
+// What the web service is sent when a machine leaves its account.
 #pragma once
 
 #include "foundation/value.h"
@@ -7,8 +7,8 @@
 
 namespace havrel {
 
-/// What the account's device list is to lose: "regular" holds the registered host and viewer that have a token,
-/// "instant" the instant-access host when both its ID and its signature are known. Values go in as they are stored.
+/// The devices to take off the account. "regular" holds the host and the viewer, each only if it has a token; "instant"
+/// holds the instant-access host if both its ID and its signature are known. The values are as stored.
 platform::Dictionary deviceList(const std::optional<platform::Value>& hostToken,
                                 const std::optional<platform::Value>& viewerToken,
                                 const std::optional<platform::Value>& clientId,

@@ -1,6 +1,5 @@
 #include "daemon/Helper.h"
 
-#include "daemon/SystemSetingsClass.h"
 #include "foundation/diagnostics.h"
 #include "foundation/format.h"
 #include "foundation/json.h"
@@ -16,16 +15,16 @@ namespace {
 using platform::processes::system;
 namespace text = platform::text;
 
-bool isBlank(const std::optional<std::string>& id) { return !id || text::trimWhiteSpace(*id).empty(); }
+/// White space alone counts as no ID.
+bool isMissing(const std::optional<std::string>& id) { return !id || text::trimWhiteSpace(*id).empty(); }
 
 } // namespace
 
 Helper::Helper() {
-    // No step is tested for success, and none that fails stops the sequence.
     const auto take = [this](void (Helper::*step)()) {
         platform::diagnostics::contain("start-up", [this, step] { (this->*step)(); });
     };
-    take(&Helper::openSupportFolder);
+    take(&Helper::makeSupportFolderWritable);
     take(&Helper::startPlistManager);
     take(&Helper::startPingManager);
     take(&Helper::observeCommands);
@@ -40,7 +39,7 @@ Helper::Helper() {
 
 void Helper::called() { HVLLogger::instanceHost().logString("HVLHelper :  Called"); }
 
-void Helper::openSupportFolder() {
+void Helper::makeSupportFolderWritable() {
     const int status = system(R"(sudo chmod -R 777 /Library/Application\ Support/HVLHostForMac)");
     HVLLogger::instance().logString(text::format("Write permission status : %d", status));
 }
@@ -56,7 +55,7 @@ void Helper::startPingManager() {
 }
 
 void Helper::replaceProxyManagers() {
-    // A second pair on purpose: the first one was started before identity and sleep values were settled.
+    // The product starts its managers twice, before and after identity and sleep timers are settled.
     replacedPingManagers_.push_back(std::move(pingManager_));
     plistManagerForSystem_ = std::make_unique<HVLPlistManager>();
     pingManager_ = std::make_unique<HVLPingManager>();
@@ -96,7 +95,7 @@ void Helper::observeCommands() {
 
 void Helper::settleUniqueId() {
     std::optional<std::string> uniqueId = platform::textOf(hostPreferences().uniqueID());
-    if (isBlank(uniqueId)) {
+    if (isMissing(uniqueId)) {
         uniqueId = fetchUniqueId();
     }
     if (hostPreferences().eUsername()) {
@@ -104,25 +103,6 @@ void Helper::settleUniqueId() {
     }
     hostPreferences().setUniqueID(uniqueId);
     HVLUserPrefManager::sharedHVLUserPrefManager().viewerPref().setUniqueID(uniqueId);
-}
-
-void Helper::settleComputerSleep() {
-    computerSleep_ = displaySleep_ = "";
-    if (const auto stored = hostPreferences().computerSleep()) {
-        computerSleep_ = stored->description();
-        return;
-    }
-    computerSleep_ = text::format("%llu", SystemSetingsClass::getComputerSleep());
-    hostPreferences().setComputerSleep(computerSleep_);
-}
-
-void Helper::settleDisplaySleep() {
-    if (const auto stored = hostPreferences().displaySleep()) {
-        displaySleep_ = stored->description();
-        return;
-    }
-    displaySleep_ = text::format("%llu", SystemSetingsClass::getDisplaySleep());
-    hostPreferences().setDisplaySleep(displaySleep_);
 }
 
 void Helper::settleHostService() {
@@ -133,11 +113,6 @@ void Helper::settleHostService() {
     } else {
         disableAction();
     }
-}
-
-void Helper::restartService() {
-    disableAction();
-    enableAction();
 }
 
 std::optional<std::string> Helper::getJsonStringByDictionary(const platform::Dictionary& dictionary) {

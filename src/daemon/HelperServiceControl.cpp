@@ -1,5 +1,5 @@
-// Switching the host service on and off, bringing the suite up, removing the legacy products. The command lines are
-// fixed texts, blanks and missing escapes included.
+// Switching the host service on and off, starting the suite, removing the legacy products. The command lines are fixed:
+// double blanks and missing escapes are part of them.
 #include "daemon/Helper.h"
 
 #include "daemon/ProcessList.h"
@@ -17,7 +17,7 @@ namespace {
 using platform::processes::system;
 using namespace std::chrono_literals;
 
-/// Loads the launch agent once for everyone whose login window runs, as that user.
+/// Loads the launch agent for every logged-in user, as that user: each has a login window process.
 void loadForEveryUser(const std::string& agent) {
     system(R"(ps aux | grep loginwindow | grep -v grep | awk '{system("sudo launchctl bsexec "$2" sudo -u "$1" )"
            R"(launchctl load -S Aqua  /Library/LaunchAgents/)" +
@@ -52,6 +52,11 @@ void Helper::disableAction() {
     if (!hostPreferences().isInstanstAccessEnabled()) {
         system("launchctl unload /Library/LaunchDaemons/com.Dravex.HVLDaemonHost.plist");
     }
+}
+
+void Helper::restartService() {
+    disableAction();
+    enableAction();
 }
 
 void Helper::resgisterCTLForEntHostSuite() {

@@ -1,4 +1,4 @@
-// Sleep timers at the applications' request, and word of the machine's sleep and wake.
+// The sleep timers, settled at start-up and on request, and the machine's sleep and wake.
 #include "daemon/Helper.h"
 
 #include "daemon/SystemSetingsClass.h"
@@ -9,6 +9,37 @@
 namespace havrel {
 
 namespace text = platform::text;
+
+void Helper::settleComputerSleep() {
+    if (const auto stored = hostPreferences().computerSleep()) {
+        computerSleep_ = stored->description();
+    } else {
+        keepComputerSleep(SystemSetingsClass::getComputerSleep());
+    }
+}
+
+void Helper::settleDisplaySleep() {
+    if (const auto stored = hostPreferences().displaySleep()) {
+        displaySleep_ = stored->description();
+    } else {
+        keepDisplaySleep(SystemSetingsClass::getDisplaySleep());
+    }
+}
+
+void Helper::keepComputerSleep(std::uint64_t minutes) {
+    computerSleep_ = text::format("%llu", minutes);
+    hostPreferences().setComputerSleep(computerSleep_);
+}
+
+void Helper::keepDisplaySleep(std::uint64_t minutes) {
+    displaySleep_ = text::format("%llu", minutes);
+    hostPreferences().setDisplaySleep(displaySleep_);
+}
+
+void Helper::storeSleepTimers() const {
+    hostPreferences().setComputerSleep(computerSleep_);
+    hostPreferences().setDisplaySleep(displaySleep_);
+}
 
 void Helper::sleepSateChangeNotifiction(const platform::Notification& notification) {
     HVLLogger::instanceHost().logString(
@@ -30,32 +61,27 @@ void Helper::recevedSleepState(const platform::Notification& notification) {
         setSleepMode();
     } else if (*sleep == platform::Value("0")) {
         HVLLogger::instance().logString("Disable sleep disabled");
-        hostPreferences().setComputerSleep(computerSleep_);
-        hostPreferences().setDisplaySleep(displaySleep_);
+        storeSleepTimers();
     }
 }
 
 void Helper::setSleepMode() {
     HVLLogger::instance().logString("Disable sleep enabled");
-    // A timer that is off already, or could not be read, must not replace the user's last real one.
+    // A timer that is off or can't be read does not replace the user's last real one.
     const std::uint64_t computer = SystemSetingsClass::getComputerSleep();
     if (computer <= SystemSetingsClass::longestTimer) {
-        computerSleep_ = text::format("%llu", computer);
-        hostPreferences().setComputerSleep(computerSleep_);
+        keepComputerSleep(computer);
     }
     const std::uint64_t display = SystemSetingsClass::getDisplaySleep();
     if (display <= SystemSetingsClass::longestTimer) {
-        displaySleep_ = text::format("%llu", display);
-        hostPreferences().setDisplaySleep(displaySleep_);
+        keepDisplaySleep(display);
     }
     SystemSetingsClass::setDisableComputerSleep(SystemSetingsClass::never);
 }
 
 void Helper::updateSleepDetails(const platform::Notification& /*notification*/) {
-    computerSleep_ = text::format("%llu", SystemSetingsClass::getComputerSleep());
-    hostPreferences().setComputerSleep(computerSleep_);
-    displaySleep_ = text::format("%llu", SystemSetingsClass::getDisplaySleep());
-    hostPreferences().setDisplaySleep(displaySleep_);
+    keepComputerSleep(SystemSetingsClass::getComputerSleep());
+    keepDisplaySleep(SystemSetingsClass::getDisplaySleep());
     platform::distributed_center::post("Sleep_Settings_Updated_HOST");
 }
 

@@ -1,5 +1,5 @@
-// Installing the product's sound driver out of an application bundle. The marker file is the only state: it stays until
-// a load has succeeded.
+// Installing the product's sound driver from an application bundle. The marker file that asks for it is the only state:
+// it stays until a load has succeeded.
 #include "daemon/Helper.h"
 
 #include "foundation/format.h"

@@ -1,4 +1,4 @@
-// Removing the host product: the web service is told first, then the product's own script does the work.
+// Removing the host product: the web service is told first, then the product's own script removes it.
 #include "daemon/Helper.h"
 
 #include "daemon/DeviceList.h"
@@ -22,13 +22,13 @@ using namespace std::chrono_literals;
 
 constexpr const char* uninstaller = R"(/Library/Application\ Support/HVLHostForMac/Uninstaller)";
 
-/// "0" keeps the account and configuration; whatever else is asked, or not asked, deletes.
+/// The script's argument: "0" keeps account and configuration, "1" deletes them. Only the text "0" keeps them.
 std::string deleteFlag(const std::optional<Value>& userInfo) {
     const Value* asked = userInfo ? userInfo->member("deleteConfigFiles") : nullptr;
     return asked != nullptr && *asked == Value("0") ? "0" : "1";
 }
 
-/// What the web service is told, as the host's preferences hold it.
+/// What the web service is told, read from the host preferences.
 struct Account {
     std::optional<Value> sessionId = hostPreferences().sessionId();
     std::optional<Value> hostID = hostPreferences().hostID();
@@ -40,8 +40,8 @@ struct Account {
 void deleteAccount(const Account& account) {
     const std::string pattern = HVLUrl::getStringUrlBaseNET(
         "/cgi-bin/hvl/v1/delete_havrel_account.cgi?client_id=%@&client_signature=%@&token=%@");
-    const std::string url = text::format(pattern, account.sessionId.value_or(""), encoded(account.hostClientSignature),
-                                         encoded(account.hostID));
+    const std::string url = text::format(pattern, account.sessionId.value_or(""),
+                                         percentEncoded(account.hostClientSignature), percentEncoded(account.hostID));
     std::optional<HVLError> ignored;
     HVLConnectionUtil().getStringContentOfUrl(url, ignored);
 }
@@ -50,7 +50,7 @@ void deactivateMachine(const Account& account) {
     const auto document = Helper::getJsonStringByDictionary(
         deviceList(account.hostID, account.viewerToken, account.sessionId, account.hostClientSignature));
     const std::string path = text::format("/cgi-bin/hvl/v1/deactivate_machine.cgi?id=%@&device_list=%@",
-                                          account.uniqueID, encoded(document));
+                                          account.uniqueID, percentEncoded(document));
     std::optional<HVLError> ignored;
     platform::network::sendSynchronousRequest(HVLConnectionUtil::request(HVLUrl::getStringUrlBaseNET(path)), ignored);
 }
@@ -75,13 +75,10 @@ void Helper::deregister() {
     const Account account;
     deleteAccount(account);
     deactivateMachine(account);
-    if (computerSleep_ && displaySleep_) {
-        platform::clock::sleep(1ms);
-        computerSleep_ = "";
-        displaySleep_ = "";
-        hostPreferences().setComputerSleep(computerSleep_);
-        hostPreferences().setDisplaySleep(displaySleep_);
-    }
+    platform::clock::sleep(1ms);
+    computerSleep_ = "";
+    displaySleep_ = "";
+    storeSleepTimers();
 }
 
 } // namespace havrel

@@ -1,4 +1,4 @@
-// The updater: started once, with the rights that the applications lack, or stopped.
+// The updater: started as root, which the applications can't do, and stopped.
 #include "daemon/Helper.h"
 
 #include "daemon/ProcessList.h"

@@ -1,12 +1,12 @@
-// Whether a program runs, by what the process list says.
+// Whether the process list shows a program.
 #pragma once
 
 #include <string>
 
 namespace havrel {
 
-/// Runs the listing command through "/bin/sh" and tells whether one line of its output contains the text. Raises
-/// platform::Exception when no shell can be started.
+/// Runs the command with "/bin/sh" and returns whether a line of its standard output contains the text. Blocks until
+/// the output is closed; throws platform::Exception if no shell can be started.
 bool isListed(const std::string& command, const std::string& text);
 
 } // namespace havrel

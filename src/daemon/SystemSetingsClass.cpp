@@ -22,7 +22,7 @@ TaskOutput run(const std::string& command) {
         return {text::decodeUtf8(output.standardOutput).value_or(""),
                 text::decodeUtf8(output.standardError).value_or("")};
     } catch (const platform::Exception& exception) {
-        // Without a shell there is no answer: the same as a tool that complains.
+        // Without a shell the tool can't be run, which callers see as an error of the tool.
         return {"", exception.what()};
     }
 }

@@ -19,17 +19,17 @@ std::string configureClientUrl() {
     return text::format(
         "https://%@/hvlnew/api/config/v1/configureClients?token=%@&topic_id=%@&app_pwd=%@&id=%@&host_description=%@"
         "&os=%@&version=%@&trust_token=%@",
-        platform::deployment::settings().apiHost, encoded(hostPreferences().viewerToken()),
-        encoded(hostPreferences().proxyTopic()), encoded(hostPreferences().appPassword()),
-        encoded(hostPreferences().uniqueID()), encoded(hostPreferences().hostDecription()),
+        platform::deployment::settings().apiHost, percentEncoded(hostPreferences().viewerToken()),
+        percentEncoded(hostPreferences().proxyTopic()), percentEncoded(hostPreferences().appPassword()),
+        percentEncoded(hostPreferences().uniqueID()), percentEncoded(hostPreferences().hostDecription()),
         hostPreferences().MacOSVersionWithAllDigits(), hostPreferences().havrelVersion(),
-        encoded(hostPreferences().trustToken()));
+        percentEncoded(hostPreferences().trustToken()));
 }
 
 std::string updateHostInfoUrl() {
-    return HVLUrl::getStringUrlBaseNET(
-        text::format("/cgi-bin/hvl/v1/update_host_info.cgi?token=%@&host_description=%@&offline=%d",
-                     encoded(hostPreferences().hostID()), encoded(hostPreferences().hostDecription()), 0));
+    return HVLUrl::getStringUrlBaseNET(text::format(
+        "/cgi-bin/hvl/v1/update_host_info.cgi?token=%@&host_description=%@&offline=%d",
+        percentEncoded(hostPreferences().hostID()), percentEncoded(hostPreferences().hostDecription()), 0));
 }
 
 std::optional<Value> parsed(const std::optional<std::string>& json) {
@@ -42,15 +42,15 @@ std::optional<Value> member(const std::optional<Value>& object, std::string_view
     return value != nullptr ? std::optional(*value) : std::nullopt;
 }
 
-/// What the service hands out to be stored. Null and containers count as absent: no preference file may be able to hold
-/// them, and none of them is a token.
+/// A member that is to be stored. Null and containers count as absent: they are no tokens, and a preference file can't
+/// hold a null.
 std::optional<Value> scalarMember(const std::optional<Value>& object, std::string_view name) {
     auto value = member(object, name);
     const bool isScalar = value && !value->isNull() && value->array() == nullptr && value->dictionary() == nullptr;
     return isScalar ? value : std::nullopt;
 }
 
-/// The new token becomes the host's, and that of the user who is logged in.
+/// Stores the token as the host's and as that of the user who is logged in; nullopt clears both.
 void store(const std::optional<Value>& token, const std::optional<Value>& topic) {
     hostPreferences().setHostID(token);
     hostPreferences().setProxyTopicHost(topic);
@@ -92,7 +92,7 @@ bool HVLCloneHostRegistration::configureClonedHost() const {
             return false;
         }
     }
-    // Whatever did not succeed clears both, so that no stale token is left.
+    // Anything but a success clears both, so that no stale token stays behind.
     store(scalarMember(registration, "access_token"), scalarMember(registration, "proxy_topic"));
     return true;
 }

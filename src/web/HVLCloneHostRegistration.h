@@ -3,14 +3,14 @@
 
 namespace havrel {
 
-/// Stateless: what is sent and what comes back is in the host preferences. Each step blocks for up to the default
-/// time-out, and tells its outcome to the logs alone.
+/// Stateless: what is sent is read from the host preferences, and what comes back is stored there. Each request blocks
+/// for up to 60 seconds; failures show in the logs only. Thread-safe.
 class HVLCloneHostRegistration {
   public:
-    /// Both steps below, the second only when the first says so.
+    /// `configureClonedHost`, and `updateHostInfo` if that returned true.
     void registerNewHostForClone() const;
-    /// Asks for a new host token and proxy topic and stores them; any answer but a success clears both. False when
-    /// the service refused the host description, true otherwise, even when it could not be reached.
+    /// Asks for a new host token and proxy topic and stores them; any answer but a success clears both. False only if
+    /// the service refused the host description: true also when it could not be reached.
     bool configureClonedHost() const;
     /// Publishes the host description under the new token.
     void updateHostInfo() const;

@@ -20,13 +20,13 @@ namespace text = platform::text;
 constexpr std::string_view errorMarker = "Error: ";
 constexpr std::string_view successMarker = "Success: ";
 
-/// The version comes from a file that anybody may write: it must not be able to swell every request.
+/// The version comes from a file that others may write; it must not make every request huge.
 constexpr std::size_t longestVersion = 256;
 
 constexpr std::string_view serviceUser = "svc4821_lmn";
 constexpr std::string_view servicePassword = "k#7mQ@z2Lp0$w91";
 
-/// A POST whose URL ends before the first "?", with the rest as its body; its length header is still to be set.
+/// A POST to the URL up to its first "?", with the rest as the body. Its length header is set by `sendPost`.
 network::Request postRequest(const std::string& url) {
     const std::size_t question = url.find('?');
     network::Request request = HVLConnectionUtil::request(url.substr(0, question));
@@ -39,14 +39,13 @@ network::Request postRequest(const std::string& url) {
 
 std::optional<std::string> sendPost(network::Request request, std::optional<HVLError>& error) {
     if (request.body) {
-        // Characters, not bytes: the service's endpoints have always been given this number.
+        // UTF-16 units, not bytes: that is what the service's endpoints have always been sent.
         request.headers.emplace_back("Content-length", text::format("%lu", text::length(*request.body)));
     }
     return network::sendSynchronousRequest(request, error);
 }
 
-/// The answer as text, none for an error answer. Absent bytes read as an empty text, so that a transport failure is
-/// told from an error answer.
+/// The answer as text; nullopt for an error answer, empty after a transport failure.
 std::optional<std::string> checkedText(const std::optional<std::string>& answer, std::optional<HVLError>& error) {
     if (HVLConnectionUtil::ifErrorMessage(answer, error)) {
         return std::nullopt;
@@ -99,7 +98,7 @@ HVLConnectionUtil::getStringContentOfUrlWithoutSpaceEscape(const std::string& ur
                                                            std::optional<HVLError>& error) const {
     error.reset();
     const auto answer = getContentOfUrl(url, error);
-    // Callers take an error in the slot for the service's refusal; a failure to reach it is none.
+    // To the callers an error means that the service refused, so a failure to reach it is dropped.
     error.reset();
     return checkedText(answer, error);
 }
@@ -128,7 +127,7 @@ bool HVLConnectionUtil::ifErrorMessage(const std::optional<std::string>& respons
 std::optional<std::string> HVLConnectionUtil::extractInfoFromSucessStr(const std::optional<platform::Value>& str) {
     auto payload = platform::textOf(str);
     if (payload && payload->find(successMarker) != std::string::npos) {
-        // The marker is expected at the very start, and is cut off there wherever it was found.
+        // Cut off at the start wherever it was found: the service always writes it first.
         return text::dropPrefix(*payload, successMarker.size());
     }
     return payload;

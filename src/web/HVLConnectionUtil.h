@@ -1,4 +1,4 @@
-// Requests to the web service: one URL in, one blocking exchange, and the service's plain-text failures as errors.
+// Requests to the web service. Its plain-text error answers ("Error: …") become errors.
 #pragma once
 
 #include "foundation/error.h"
@@ -13,58 +13,56 @@ namespace havrel {
 
 using HVLError = platform::Error;
 
-/// The encodings in which percent-escapes can be written.
+/// The encoding whose bytes percent-escapes stand for.
 enum class StringEncoding { utf8 };
 
-/// Stateless; every operation sends exactly one request on the caller's thread and blocks for up to the default
-/// time-out of 60 seconds. A transport failure is in `error`; HTTP status codes are never examined. What the caller's
-/// slot held before stays there unless something fails. From any thread.
+/// Stateless and thread-safe. A request blocks for up to 60 seconds and is never repeated. HTTP status codes are not
+/// examined. `error` is set by a transport failure or an error answer and otherwise left as it was.
 ///
-/// A POST moves what follows the first "?" of the URL into the body. Text results are empty after a transport failure
-/// and absent when the service answered with an error (then in `error`) or with bytes that are not UTF-8.
+/// A POST moves what follows the first "?" of the URL into the body. Byte results are nullopt after a transport
+/// failure; text results are then empty, and nullopt after an error answer or if the bytes are not UTF-8.
 class HVLConnectionUtil {
   public:
-    /// GET of the whole URL.
+    /// GET of the whole URL; text.
     std::optional<std::string> getContentOfUrlGetRequest(const std::string& url, std::optional<HVLError>& error) const;
 
-    /// POST; the answer's bytes, error answers included. Nothing after a transport failure.
+    /// POST; the answer's bytes, error answers included.
     std::optional<std::string> getContentOfUrl(const std::string& url, std::optional<HVLError>& error) const;
-    /// The same, but nothing for an error answer. The seconds are ignored on purpose.
+    /// POST; the answer's bytes, nullopt for an error answer. The seconds are ignored: the time-out is always 60 s.
     std::optional<std::string> getContentOfUrl(const std::string& url, double timeIntervalinSec,
                                                std::optional<HVLError>& error) const;
-    /// As the first, with the service's own credential ("Authorization").
+    /// POST with the service's own credential ("Authorization"); the answer's bytes, error answers included.
     std::optional<std::string> getContentOfUrlForErrorCode(const std::string& url,
                                                            std::optional<HVLError>& error) const;
 
-    /// POST.
+    /// POST; text.
     std::optional<std::string> getStringContentOfUrl(const std::string& url, std::optional<HVLError>& error) const;
-    /// The same. The seconds are ignored on purpose.
+    /// The same: the seconds are ignored.
     std::optional<std::string> getStringContentOfUrl(const std::string& url, double timeIntervalinSec,
                                                      std::optional<HVLError>& error) const;
-    /// POST that clears the slot and never reports a transport failure, only an error answer.
+    /// POST; text. Clears `error` and reports error answers only, no transport failure.
     std::optional<std::string> getStringContentOfUrlWithoutSpaceEscape(const std::string& url,
                                                                        std::optional<HVLError>& error) const;
 
-    /// A GET of the whole URL with the product's "User-Agent" and nothing else set, for callers with needs of
-    /// their own.
+    /// A GET of the whole URL with only the product's "User-Agent" set, for callers that send it themselves.
     static platform::network::Request request(const std::string& url);
 
-    /// An error of the service's domain, "com.Dravex.HVLErrorDomain".
+    /// An error in the service's domain, "com.Dravex.HVLErrorDomain".
     static HVLError addErrorWithCode(std::int64_t code, const std::string& description);
-    /// Whether the response, text or bytes, is UTF-8 that begins with "Error: " or "\nError"; if so `error` takes its
-    /// text without any "Error: ". An absent response never is one.
+    /// Whether the response is UTF-8 that begins with "Error: " or "\nError". If so, `error` is set, described by the
+    /// response without any "Error: ".
     static bool ifErrorMessage(const std::optional<std::string>& response, std::optional<HVLError>& error);
-    /// What follows the 9th character when "Success: " occurs anywhere, else the whole text; nothing for a value that
-    /// is no text.
+    /// The text without its first 9 characters if "Success: " occurs anywhere in it, else all of it; nullopt if the
+    /// value is no text.
     static std::optional<std::string> extractInfoFromSucessStr(const std::optional<platform::Value>& str);
-    /// Percent-encoded for use as one query value (":" stays). A value that is no text is encoded as "%@" prints it,
-    /// an absent one is empty.
+    /// Percent-encoded for use as one query value; ":" stays. A value that is no text is encoded as "%@" prints it,
+    /// nullopt as an empty text.
     static std::string urlEncodeUsingEncoding(StringEncoding encoding,
                                               const std::optional<platform::Value>& withString);
 };
 
-/// A query value in the encoding of every request.
-inline std::string encoded(const std::optional<platform::Value>& parameter) {
+/// A query value in UTF-8, as in all requests.
+inline std::string percentEncoded(const std::optional<platform::Value>& parameter) {
     return HVLConnectionUtil::urlEncodeUsingEncoding(StringEncoding::utf8, parameter);
 }
 

@@ -21,7 +21,7 @@ namespace text = platform::text;
 
 constexpr int attempts = 2;
 
-/// The address in the service's answer; what is wrong with an answer is logged.
+/// The address in the service's answer; nullopt, and a line in the log, if it holds none.
 std::optional<std::string> reportedAddress(const std::string& answer) {
     std::optional<HVLError> error;
     const auto object = platform::json::parse(answer, error);
@@ -36,7 +36,7 @@ std::optional<std::string> reportedAddress(const std::string& answer) {
     return address;
 }
 
-/// Looks at the low 8 bits only, so a character that shares them with a digit or a dot passes for one.
+/// Looks at the low 8 bits only, as the product does: other characters that share them pass for digits or dots.
 bool passesForDigitOrDot(char16_t character) {
     const unsigned low = character & 0xFF;
     return low == '.' || (low >= '0' && low <= '9');

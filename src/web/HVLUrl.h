@@ -1,21 +1,21 @@
-// Addresses on the service's hosts, which are deployment settings.
+// URLs on the service's hosts. The hosts are deployment settings.
 #pragma once
 
 #include <string>
 
 namespace havrel {
 
-/// An address as an object of its own, told apart from the text that it was made from.
+/// A URL as a type of its own, distinct from its text.
 struct URL {
     std::string absoluteString;
     bool operator==(const URL&) const = default;
 };
 
-/// Each operation takes a path that begins with "/" and returns it behind "https://" and the host, nothing added
-/// and nothing escaped. From any thread.
+/// Operations take a path that begins with "/" and return "https://", the host and the path; nothing is escaped.
+/// Thread-safe.
 class HVLUrl {
   public:
-    /// Web-service base host; the three are the same address.
+    /// Web-service host; the three return the same URL.
     static std::string getStringUrl(const std::string& path);
     static std::string getStringUrlBaseNET(const std::string& path);
     static URL getUrl(const std::string& path);
@@ -23,7 +23,7 @@ class HVLUrl {
     static std::string getStringUrlBaseCOM(const std::string& path);
     /// Web-application host.
     static std::string getStringUrlBaseWeb(const std::string& path);
-    /// Test server; the two are the same address.
+    /// Test server; the two return the same URL.
     static std::string getStringTestUrl(const std::string& path);
     static std::string getStringUrlBaseTest(const std::string& path);
 };

@@ -17,7 +17,7 @@ bool isAsciiAlphanumeric(char character) {
            (character >= 'a' && character <= 'z');
 }
 
-/// The punctuation that a URL may hold unescaped: what RFC 2396 calls marks and reserved, and "~".
+/// Punctuation that a URL may hold unescaped: the marks and reserved characters of RFC 2396.
 constexpr std::string_view legalPunctuation = "-_.!~*'();/?:@&=+$,";
 
 using ByteSet = std::array<bool, 256>;
@@ -44,13 +44,13 @@ std::optional<unsigned> hexValue(char digit) {
     return std::nullopt;
 }
 
-/// The byte that the escape at the front of `escape` stands for, or nothing when it is none.
-std::optional<char> escapedByte(std::string_view escape) {
-    if (escape.size() < 3) {
+/// The byte that `text` begins with an escape of; nullopt if it begins with none.
+std::optional<char> escapedByte(std::string_view text) {
+    if (text.size() < 3) {
         return std::nullopt;
     }
-    const auto high = hexValue(escape[1]);
-    const auto low = hexValue(escape[2]);
+    const auto high = hexValue(text[1]);
+    const auto low = hexValue(text[2]);
     if (!high || !low) {
         return std::nullopt;
     }

@@ -1,28 +1,28 @@
-// What the product adds to texts: percent-encoding and the character filters behind the unique-ID check.
+// The product's string operations: percent-encoding, and the character filters behind the unique-ID check.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-/// Each operation returns a new UTF-8 text and leaves its argument as it is.
+/// Texts are UTF-8. Thread-safe.
 namespace havrel::NSStringHVL {
 
-/// Percent-escapes the UTF-8 bytes of everything in `alwaysEscaped` (ASCII) and of everything that no URL may hold,
-/// with upper-case digits. Letters, digits, "-_.~" and the other reserved characters and marks of URLs stay.
+/// Percent-escapes, with upper-case digits, the characters in `alwaysEscaped` (ASCII) and whatever a URL can't hold.
+/// ASCII letters and digits, "-_.~" and URLs' other reserved characters and marks stay.
 std::string percentEscaped(std::string_view text, std::string_view alwaysEscaped);
 
-/// Decoded with `decodeURLEncoding`, then percent-encoded, so that encoded text is not encoded twice.
+/// Percent-encoded after `decodeURLEncoding`, so that encoded text is not encoded twice.
 std::string URLEncoding(std::string_view text);
 /// The same, but "/" stays.
 std::string URLEncodingPath(std::string_view text);
-/// Without percent-escapes; the text itself when one of them is malformed or the bytes that they give are not UTF-8.
+/// The text with its percent-escapes decoded; unchanged if one is malformed or the result is not UTF-8.
 std::string decodeURLEncoding(std::string_view text);
 
-/// Letters, marks and digits only.
+/// Only the letters, marks and digits (Unicode).
 std::string removeSpecialCharacters(std::string_view text);
-/// The first occurrence of every user-perceived character, in order; compared exactly, case included.
+/// Only the first occurrence of each user-perceived character, in order; compared exactly, case included.
 std::string removeDuplicateCharacters(std::string_view text);
-/// Letters, marks and digits, each once.
+/// Only the letters, marks and digits, each once.
 std::string alphaNumericUnique(std::string_view text);
 
 } // namespace havrel::NSStringHVL

@@ -1,4 +1,4 @@
-// The controller after its start-up, its pingers asleep: from here on nothing but the test runs tools or writes logs.
+// The controller after its start-up, with both pingers asleep: only the test runs tools and writes logs from here on.
 #pragma once
 
 #include "daemon/Helper.h"
@@ -7,15 +7,11 @@
 class HelperTest : public support::CoreTest {
   protected:
     HelperTest() {
-        fakes::clock::blockFrom(std::chrono::minutes(8)); // the pingers' pauses
+        fakes::clock::blockFrom(std::chrono::minutes(8)); // the pingers' first pause
         helper = std::make_unique<havrel::Helper>();
         fakes::clock::waitForSleepers(2);
-        takeLogs();
-    }
-
-    /// The lines of the host log, a "|", those of the general log.
-    std::string takeLogs() const {
-        return platform::text::join(takeLog(hostLog), "\n") + "|" + platform::text::join(takeLog(generalLog), "\n");
+        takeLog(hostLog);
+        takeLog(generalLog);
     }
 
     std::unique_ptr<havrel::Helper> helper;

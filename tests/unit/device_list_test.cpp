@@ -1,0 +1,34 @@
+#include "daemon/DeviceList.h"
+
+#include <gtest/gtest.h>
+
+using platform::Dictionary;
+using platform::Value;
+using Stored = std::optional<Value>;
+
+TEST(DeviceList, HoldsWhatHasATokenOrASignature) {
+    const Dictionary none;
+    const Dictionary host{{"token", "H"}};
+    const Dictionary viewer{{"token", "V"}};
+    const Dictionary instantHost{{"id", "C"}, {"client_signature", "S"}};
+
+    const struct {
+        const char* name;
+        Stored hostToken, viewerToken, clientId, signature;
+        Dictionary regular, instant;
+    } cases[] = {
+        {"everything", "H", "V", "C", "S", {{"host", host}, {"viewer", viewer}}, {{"host", instantHost}}},
+        {"nothing", {}, {}, {}, {}, none, none},
+        {"host alone", "H", {}, {}, {}, {{"host", host}}, none},
+        {"viewer alone", "", "V", {}, {}, {{"viewer", viewer}}, none},
+        {"no client ID", {}, "", {}, "S", none, none},
+        {"no signature", {}, {}, "C", {}, none, none},
+        {"empty ID and signature", {}, {}, "", "", none, {{"host", Dictionary{{"id", ""}, {"client_signature", ""}}}}},
+        {"a number", 7, {}, {}, {}, {{"host", Dictionary{{"token", 7}}}}, none},
+    };
+
+    for (const auto& row : cases) {
+        const Dictionary list = havrel::deviceList(row.hostToken, row.viewerToken, row.clientId, row.signature);
+        EXPECT_EQ(list, (Dictionary{{"regular", row.regular}, {"instant", row.instant}})) << row.name;
+    }
+}
