@@ -1,52 +1,133 @@
-// The adapters that stand for tools Linux lacks: what the daemon's command lines come to on a systemd machine.
+// The adapters for tools that Linux lacks: what the daemon's command lines become on a machine with systemd.
 #include "platform/processes.h"
 #include "trial/support/stand_in_tools.h"
 #include "trial/support/temporary_folder.h"
 
 #include <gmock/gmock.h>
 
-TEST(LinuxTools, TurnTheFixedCommandLinesIntoSystemdsOwn) {
-    const trial::TemporaryFolder root;
-    const trial::StandInTools tools(root.path());
-    root.write("/jobs/agent", "<key>Label</key>\n\t<string>com.Dravex.Agent</string><key>X</key><string>Y</string>");
-    root.write("/jobs/absent", "<key>Label</key><string>absent</string>");
-    root.write("/jobs/hostile", "<key>Label</key><string>a b;c</string>");
-    root.write("/sys/module/kernel/parameters/consoleblank", "90");
-    tools.script("mv", R"(exec /bin/mv "$@")");
-    tools.script("modprobe", R"(echo "$@")");
-    tools.script("id", "echo ${ID:-0}");
-    tools.script("systemctl",
-                 R"(case $* in *show*absent*) echo not-found ;; *show*) echo loaded ;; *) echo "$@" ;; esac)");
-    tools.script("busctl", R"([ -n "$TIMER" ] && echo "s \"${TIMER% *}\"" && echo "t ${TIMER#* }")");
-    tools.script("loginctl", "case $* in list*) printf '1 x\\n2 y\\n' ;; *1) kind=tty ;; *2) kind=wayland ;; esac; "
-                             "printf 'Name=ann\\nLeader=77\\nType=%s\\nClass=user\\n' $kind");
-    const std::string unit = " -- com.Dravex.Agent.service\n";
-    const std::string reload = "kill --kill-whom=main --signal=HUP systemd-logind.service\n";
-    const std::pair<std::string, std::string> rows[] = {
-        {"launchctl load agent", "--no-block start" + unit},
-        {"launchctl unload -w agent", "--quiet disable" + unit + "stop" + unit},
-        {"ID=501 launchctl bsexec $$ launchctl load -S Aqua  agent", "--user --no-block start" + unit},
-        {"launchctl load absent", "launchctl: there is no absent.service\n"},
-        {"launchctl load hostile || launchctl load none || launchctl bsexec 0 true", "failed\n"},
-        {"for TIMER in 'suspend 600000000' 'ignore 600000000' 'suspend 18446744073709551615'; do export TIMER; "
-         "systemsetup -getcomputersleep; done",
-         "Computer Sleep: after 10 minutes\nComputer Sleep: Never\nComputer Sleep: Never\n"},
-        {"systemsetup -getdisplaysleep && systemsetup -setdisplaysleep 180 && systemsetup -getdisplaysleep",
-         "Display Sleep: after 2 minutes\nsetdisplaysleep: 180\nDisplay Sleep: after 180 minutes\n"},
-        {"for t in 15 Never; do systemsetup -setcomputersleep $t && tail -n 2 ../etc/systemd/logind.conf.d/*; done",
-         reload + "setcomputersleep: 15\nIdleAction=suspend\nIdleActionSec=15min\n" + reload +
-             "setcomputersleep: Never\nIdleAction=ignore\nIdleActionSec=0min\n"},
-        {"systemsetup -setcomputersleep 181 || systemsetup -getcomputersleep", "failed\n"},
-        {"kextload . && kextload none", "snd-aloop\nfailed\n"},
-        {"ps aux | grep loginwindow | awk '{print $1, $2}'", "ann 77\n"},
-    };
-    const std::string environment = "export HAVREL_ROOT='" + root.path().string() +
-                                    "' PATH='" HAVREL_SOURCE_TREE "/packaging/linux-tools:" + tools.searchPath() +
-                                    ":/usr/sbin:/usr/bin:/bin'; cd \"$HAVREL_ROOT/jobs\"; ";
-    for (const auto& [line, said] : rows) {
-        const auto result = platform::processes::runTask("/bin/sh", {"-c", environment + line + " || echo failed"},
-                                                         platform::processes::Capture::both);
-        EXPECT_EQ(result.standardOutput, said) << line;
-        EXPECT_EQ(result.standardError.empty(), !said.ends_with("failed\n")) << line << ": " << result.standardError;
+namespace {
+
+/// A shell command line, run in the folder of the job files below.
+struct Case {
+    std::string name;
+    std::string commandLine;
+    std::string output = {};
+    bool succeeds = true;
+};
+
+class LinuxTools : public testing::Test {
+  protected:
+    LinuxTools() {
+        root.write("/jobs/agent",
+                   "<key>Label</key>\n\t<string>com.Dravex.Agent</string><key>X</key><string>Y</string>");
+        root.write("/jobs/absent", "<key>Label</key><string>absent</string>");
+        root.write("/jobs/hostile", "<key>Label</key><string>a b;c</string>");
+        root.write("/jobs/unlabelled", "<key>Program</key><string>/bin/true</string>");
+        root.write("/sys/module/kernel/parameters/consoleblank", "90");
+        tools.script("mv", R"(exec /bin/mv "$@")");
+        tools.script("modprobe", R"(echo "modprobe $@")");
+        tools.script("id", "echo ${ID:-0}");
+        tools.script("systemctl", R"(case $* in
+            *show*absent*) echo not-found ;;
+            *show*) echo loaded ;;
+            *) echo "systemctl $@" ;;
+            esac)");
+        tools.script("busctl", R"([ -n "$ACTION" ] && echo "s \"$ACTION\"" && echo "t $MICROSECONDS")");
+        tools.script("loginctl", R"(case $* in
+            list*) printf '1 x\n2 y\n' ;;
+            *1) printf 'Name=bob\nLeader=66\nType=tty\nClass=user\n' ;;
+            *2) printf 'Name=ann\nLeader=77\nType=wayland\nClass=user\n' ;;
+            esac)");
     }
+
+    void expectEach(const std::vector<Case>& cases) const {
+        const std::string start = "cd '" + root.at("/jobs").string() + "' && HAVREL_ROOT='" + root.path().string() +
+                                  "' PATH='" HAVREL_SOURCE_TREE "/packaging/linux-tools:" + tools.searchPath() +
+                                  ":/usr/sbin:/usr/bin:/bin' && export HAVREL_ROOT PATH && ";
+        for (const Case& row : cases) {
+            SCOPED_TRACE(row.name);
+            const int status =
+                platform::processes::system("{ " + start + row.commandLine + "; } >'" + root.at("/out").string() +
+                                            "' 2>'" + root.at("/err").string() + "'");
+            EXPECT_EQ(status == 0, row.succeeds) << status;
+            EXPECT_EQ(root.read("/out"), row.output);
+            EXPECT_EQ(root.read("/err").empty(), row.succeeds) << root.read("/err");
+        }
+    }
+
+    const trial::TemporaryFolder root;
+    const trial::StandInTools tools{root.path()};
+};
+
+TEST_F(LinuxTools, LaunchctlSteersTheUnitThatAJobFilesLabelNames) {
+    const std::string unit = " -- com.Dravex.Agent.service\n";
+    expectEach({
+        {.name = "load", .commandLine = "launchctl load agent", .output = "systemctl --no-block start" + unit},
+        {.name = "unload for good",
+         .commandLine = "launchctl unload -w agent",
+         .output = "systemctl --quiet disable" + unit + "systemctl stop" + unit},
+        {.name = "load for a user",
+         .commandLine = "ID=501 launchctl bsexec $$ launchctl load -S Aqua  agent",
+         .output = "systemctl --user --no-block start" + unit},
+        {.name = "no such unit",
+         .commandLine = "launchctl load absent",
+         .output = "launchctl: there is no absent.service\n"},
+        {.name = "label that is no unit's name", .commandLine = "launchctl load hostile", .succeeds = false},
+        {.name = "no label", .commandLine = "launchctl load unlabelled", .succeeds = false},
+        {.name = "no such job file", .commandLine = "launchctl load none", .succeeds = false},
+        {.name = "no such process", .commandLine = "launchctl bsexec 0 true", .succeeds = false},
+    });
 }
+
+TEST_F(LinuxTools, SystemsetupReadsTheTimers) {
+    const std::string never = "Computer Sleep: Never\n";
+    expectEach({
+        {.name = "computer",
+         .commandLine = "ACTION=suspend MICROSECONDS=600000000 systemsetup -getcomputersleep",
+         .output = "Computer Sleep: after 10 minutes\n"},
+        {.name = "an action other than sleep",
+         .commandLine = "ACTION=lock MICROSECONDS=600000000 systemsetup -getcomputersleep",
+         .output = never},
+        {.name = "infinite",
+         .commandLine = "ACTION=suspend MICROSECONDS=18446744073709551615 systemsetup -getcomputersleep",
+         .output = never},
+        {.name = "no login manager", .commandLine = "systemsetup -getcomputersleep", .succeeds = false},
+        {.name = "a minute begun counts",
+         .commandLine = "systemsetup -getdisplaysleep",
+         .output = "Display Sleep: after 2 minutes\n"},
+    });
+}
+
+TEST_F(LinuxTools, SystemsetupSetsTheTimers) {
+    const std::string computer = "systemctl kill --kill-whom=main --signal=HUP systemd-logind.service\n";
+    const std::string settings = " && tail -n 2 ../etc/systemd/logind.conf.d/60-havrel.conf";
+    expectEach({
+        {.name = "computer",
+         .commandLine = "systemsetup -setcomputersleep 15" + settings,
+         .output = computer + "setcomputersleep: 15\nIdleAction=suspend\nIdleActionSec=15min\n"},
+        {.name = "computer never",
+         .commandLine = "systemsetup -setcomputersleep Never" + settings,
+         .output = computer + "setcomputersleep: Never\nIdleAction=ignore\nIdleActionSec=0min\n"},
+        {.name = "too long", .commandLine = "systemsetup -setcomputersleep 181", .succeeds = false},
+        {.name = "display",
+         .commandLine = "systemsetup -setdisplaysleep 180 && systemsetup -getdisplaysleep",
+         .output = "setdisplaysleep: 180\nDisplay Sleep: after 180 minutes\n"},
+    });
+}
+
+TEST_F(LinuxTools, KextloadLoadsASoundModule) {
+    expectEach({
+        {.name = "driver without a module", .commandLine = "kextload .", .output = "modprobe snd-aloop\n"},
+        {.name = "no such driver", .commandLine = "kextload none", .succeeds = false},
+    });
+}
+
+TEST_F(LinuxTools, PsShowsGraphicalSessionsAsLoginWindows) {
+    expectEach({
+        {.name = "one of two sessions",
+         .commandLine = "ps aux | grep loginwindow | grep -v grep | awk '{print $1, $2}'",
+         .output = "ann 77\n"},
+    });
+}
+
+} // namespace
