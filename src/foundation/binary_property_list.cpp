@@ -1,5 +1,6 @@
 #include "foundation/binary_property_list.h"
 
+#include "foundation/unicode.h"
 #include "foundation/value_builder.h"
 
 #include <algorithm>
@@ -26,40 +27,14 @@ std::uint64_t bigEndian(std::string_view bytes) {
     return number;
 }
 
-void appendUtf8(std::string& text, char32_t scalar) {
-    const auto tail = [&](unsigned shift) { text += static_cast<char>(0x80 | (scalar >> shift & 0x3f)); };
-    if (scalar < 0x80) {
-        text += static_cast<char>(scalar);
-    } else if (scalar < 0x800) {
-        text += static_cast<char>(0xc0 | scalar >> 6);
-        tail(0);
-    } else if (scalar < 0x10000) {
-        text += static_cast<char>(0xe0 | scalar >> 12);
-        tail(6);
-        tail(0);
-    } else {
-        text += static_cast<char>(0xf0 | scalar >> 18);
-        tail(12);
-        tail(6);
-        tail(0);
-    }
-}
-
-/// UTF-16, big-endian; half a pair becomes U+FFFD.
+/// UTF-16, big-endian.
 std::string fromUtf16(std::string_view bytes) {
-    std::string text;
-    text.reserve(bytes.size());
+    std::u16string units;
+    units.reserve(bytes.size() / 2);
     for (; !bytes.empty(); bytes.remove_prefix(2)) {
-        auto scalar = static_cast<char32_t>(bigEndian(bytes.substr(0, 2)));
-        if (scalar >= 0xd800 && scalar < 0xe000) {
-            const auto low = static_cast<char32_t>(bigEndian(bytes.substr(2, 2)));
-            const bool pair = scalar < 0xdc00 && bytes.size() > 2 && low >= 0xdc00 && low < 0xe000;
-            scalar = pair ? 0x10000 + ((scalar - 0xd800) << 10) + (low - 0xdc00) : U'\uFFFD';
-            bytes.remove_prefix(pair ? 2 : 0);
-        }
-        appendUtf8(text, scalar);
+        units += static_cast<char16_t>(bigEndian(bytes.substr(0, 2)));
     }
-    return text;
+    return text::utf8(units);
 }
 
 std::optional<Value> integerOf(std::string_view bytes) {

@@ -72,35 +72,27 @@ class Handler {
 
 class Writer {
   public:
+    /// False when the value holds what JSON cannot, or too much.
     bool write(const Value& value) {
-        if (const auto* array = value.array()) {
-            return list('[', ']', *array, [this](const Value& element) { return write(element); });
-        }
-        if (const auto* dictionary = value.dictionary()) {
-            return list('{', '}', *dictionary, [this](const auto& member) {
-                quote(member.first);
-                text_ += " : ";
-                return write(member.second);
-            });
-        }
-        return writeScalar(value);
+        const auto writeElement = [this](const Value& element) { return write(element); };
+        const auto writeMember = [this](const auto& member) {
+            quote(member.first);
+            return append(" : ") && write(member.second);
+        };
+        return value.visit(
+            [&](const Array& array) { return list('[', ']', array, writeElement); },
+            [&](const Dictionary& dictionary) { return list('{', '}', dictionary, writeMember); },
+            [&](const std::string& words) { return quote(words); }, [&](std::nullptr_t) { return append("null"); },
+            [&](bool flag) { return append(flag ? "true" : "false"); }, [](const Data&) { return false; },
+            [](Date) { return false; }, [&](double real) { return std::isfinite(real) && append(value.description()); },
+            [&](auto integer) { return append(std::to_string(integer)); });
     }
 
     std::string take() { return std::move(text_); }
 
   private:
-    bool writeScalar(const Value& value) {
-        const auto* real = value.as<double>();
-        if (value.as<Data>() != nullptr || value.as<Date>() != nullptr || (real != nullptr && !std::isfinite(*real))) {
-            return false;
-        }
-        if (const auto* words = value.text()) {
-            quote(*words);
-        } else if (const auto* flag = value.as<bool>()) {
-            text_ += *flag ? "true" : "false";
-        } else {
-            text_ += value.isNull() ? "null" : value.description();
-        }
+    bool append(std::string_view text) {
+        text_ += text;
         return true;
     }
 
@@ -126,7 +118,7 @@ class Writer {
         return true;
     }
 
-    void quote(const std::string& words) {
+    bool quote(const std::string& words) {
         text_ += '"';
         for (const char c : text::isValidUtf8(words) ? words : text::makeValidUtf8(words)) {
             const auto found = shortEscaped.find(c);
@@ -140,6 +132,7 @@ class Writer {
             }
         }
         text_ += '"';
+        return true;
     }
 
     static constexpr std::string_view shortEscaped = "\"\\/\b\f\n\r\t";

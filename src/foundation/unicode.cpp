@@ -1,8 +1,10 @@
 #include "foundation/unicode.h"
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <utf8proc.h>
+#include <utility>
 
 namespace platform::text {
 
@@ -38,6 +40,19 @@ Decoded decode(std::string_view bytes) {
         scalar = scalar << 6 | (byte & 0x3fU);
     }
     return {scalar, size, true};
+}
+
+/// The character that `units` (not empty) begin with, and how many of them it takes; U+FFFD for half of a pair.
+std::pair<char32_t, std::size_t> decode(std::u16string_view units) {
+    const char32_t first = units[0];
+    if (first < 0xd800 || first > 0xdfff) {
+        return {first, 1};
+    }
+    const char32_t second = units.size() > 1 ? units[1] : 0;
+    if (first > 0xdbff || second < 0xdc00 || second > 0xdfff) {
+        return {U'\uFFFD', 1};
+    }
+    return {0x10000 + ((first - 0xd800) << 10) + (second - 0xdc00), 2};
 }
 
 /// How many bytes the text begins with that are ASCII, to the whole word.
@@ -165,6 +180,19 @@ std::u16string utf16(std::string_view text) {
         }
     });
     return units;
+}
+
+std::string utf8(std::u16string_view units) {
+    std::string text;
+    text.reserve(units.size());
+    while (!units.empty()) {
+        const auto [scalar, size] = decode(units);
+        std::array<utf8proc_uint8_t, 4> bytes{};
+        const auto count = utf8proc_encode_char(static_cast<utf8proc_int32_t>(scalar), bytes.data());
+        text.append(bytes.begin(), bytes.begin() + count);
+        units.remove_prefix(size);
+    }
+    return text;
 }
 
 std::string trimWhiteSpace(std::string_view text) {

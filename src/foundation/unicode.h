@@ -24,8 +24,9 @@ std::string prefix(std::string_view text, std::size_t units);
 std::string dropPrefix(std::string_view text, std::size_t units);
 /// The last `units` code units (all when there are fewer); a split pair is left out whole.
 std::string suffix(std::string_view text, std::size_t units);
-/// The text as UTF-16 code units.
+/// The text as UTF-16 code units, and back; a unit that is half of a pair becomes U+FFFD.
 std::u16string utf16(std::string_view text);
+std::string utf8(std::u16string_view units);
 
 /// Without Unicode white space (Zs and tab; no line breaks) at both ends.
 std::string trimWhiteSpace(std::string_view text);

@@ -59,6 +59,7 @@ std::string descriptionOfReal(double value) {
 constexpr std::size_t longestDescription = std::size_t{1} << 20;
 
 std::string descriptionOfData(std::string_view bytes) {
+    bytes = bytes.substr(0, longestDescription);
     std::string text = "<";
     for (std::size_t i = 0; i < bytes.size(); ++i) {
         if (i > 0 && i % 4 == 0) {
@@ -146,15 +147,10 @@ void describeDictionary(const Dictionary& dictionary, std::size_t depth, std::st
 
 /// Appends the description of a value that stands inside a container.
 void describe(const Value& value, std::size_t depth, std::string& text) {
-    if (const auto* array = value.array()) {
-        describeArray(*array, depth, text);
-    } else if (const auto* dictionary = value.dictionary()) {
-        describeDictionary(*dictionary, depth, text);
-    } else if (value.as<Data>() != nullptr) {
-        text += value.description();
-    } else {
-        text += quotedIfNeeded(value.description());
-    }
+    value.visit([&](const Array& array) { describeArray(array, depth, text); },
+                [&](const Dictionary& dictionary) { describeDictionary(dictionary, depth, text); },
+                [&](const Data& data) { text += descriptionOfData(data.bytes); },
+                [&](const auto&) { text += quotedIfNeeded(value.description()); });
 }
 
 } // namespace
@@ -182,72 +178,39 @@ std::optional<std::string> Value::textMember(std::string_view name) const {
 }
 
 bool Value::boolValue() const {
-    if (const auto* flag = as<bool>()) {
-        return *flag;
-    }
-    if (const auto* real = as<double>()) {
-        return *real != 0;
-    }
-    if (const auto* words = text()) {
-        return boolOfText(*words);
-    }
-    return integerValue() != 0;
+    return visit([](double real) { return real != 0; }, [](const std::string& words) { return boolOfText(words); },
+                 [this](const auto&) { return integerValue() != 0; });
 }
 
 std::int64_t Value::integerValue() const {
-    if (const auto* flag = as<bool>()) {
-        return *flag ? 1 : 0;
-    }
-    if (const auto* number = as<std::int64_t>()) {
-        return *number;
-    }
-    if (as<std::uint64_t>() != nullptr) {
-        return std::numeric_limits<std::int64_t>::max();
-    }
-    if (const auto* real = as<double>()) {
-        return clamped<std::int64_t>(*real);
-    }
-    return text() != nullptr ? text::integerValue(*text()) : 0;
+    return visit([](bool flag) { return std::int64_t{flag}; }, [](std::int64_t number) { return number; },
+                 [](std::uint64_t) { return std::numeric_limits<std::int64_t>::max(); },
+                 [](double real) { return clamped<std::int64_t>(real); },
+                 [](const std::string& words) { return text::integerValue(words); },
+                 [](const auto&) { return std::int64_t{0}; });
 }
 
 std::int32_t Value::intValue() const {
-    if (const auto* number = as<std::uint64_t>()) {
-        return static_cast<std::int32_t>(*number);
-    }
-    if (const auto* real = as<double>()) {
-        return clamped<std::int32_t>(*real);
-    }
-    return text() != nullptr ? text::intValue(*text()) : static_cast<std::int32_t>(integerValue());
+    return visit([](std::uint64_t number) { return static_cast<std::int32_t>(number); },
+                 [](double real) { return clamped<std::int32_t>(real); },
+                 [](const std::string& words) { return text::intValue(words); },
+                 [this](const auto&) { return static_cast<std::int32_t>(integerValue()); });
 }
 
 std::string Value::description() const {
-    if (const auto* words = text()) {
-        return *words;
-    }
-    if (const auto* flag = as<bool>()) {
-        return *flag ? "1" : "0";
-    }
-    if (const auto* number = as<std::int64_t>()) {
-        return std::to_string(*number);
-    }
-    if (const auto* number = as<std::uint64_t>()) {
-        return std::to_string(*number);
-    }
-    if (const auto* real = as<double>()) {
-        return descriptionOfReal(*real);
-    }
-    if (const auto* data = as<Data>()) {
-        return descriptionOfData(std::string_view(data->bytes).substr(0, longestDescription));
-    }
-    if (const auto* date = as<Date>()) {
-        return descriptionOfDate(date->seconds);
-    }
-    if (isNull()) {
-        return "<null>";
-    }
-    std::string text;
-    describe(*this, 0, text);
-    return text;
+    const auto container = [](const auto& container, auto describe) {
+        std::string text;
+        describe(container, 0, text);
+        return text;
+    };
+    return visit([](std::nullptr_t) { return std::string("<null>"); },
+                 [](bool flag) { return std::string(flag ? "1" : "0"); },
+                 [](double real) { return descriptionOfReal(real); }, [](const std::string& words) { return words; },
+                 [](const Data& data) { return descriptionOfData(data.bytes); },
+                 [](Date date) { return descriptionOfDate(date.seconds); },
+                 [&](const Array& array) { return container(array, describeArray); },
+                 [&](const Dictionary& dictionary) { return container(dictionary, describeDictionary); },
+                 [](auto integer) { return std::to_string(integer); });
 }
 
 std::optional<std::string> textOf(const std::optional<Value>& value) {

@@ -1,11 +1,13 @@
 // One type for everything that property lists, JSON, preferences and notifications carry.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -34,11 +36,11 @@ class Value {
   public:
     Value() = default;
 
-    Value(std::nullptr_t) {}
+    Value(std::nullptr_t null) : content_(null) {}
 
     Value(bool value) : content_(value) {}
 
-    /// No address is a Boolean.
+    /// A pointer would silently become a Boolean.
     Value(const void*) = delete;
 
     Value(int value) : content_(std::int64_t{value}) {}
@@ -70,7 +72,14 @@ class Value {
 
     Value(Dictionary dictionary) : content_(std::move(dictionary)) {}
 
-    bool isNull() const { return std::holds_alternative<std::monostate>(content_); }
+    bool isNull() const { return as<std::nullptr_t>() != nullptr; }
+
+    /// Calls the one of `cases` that takes the content's type best, and returns its result. The types: std::nullptr_t,
+    /// bool, std::int64_t, std::uint64_t, double, std::string, Data, Date, Array, Dictionary.
+    template <typename... Cases>
+    auto visit(Cases&&... cases) const {
+        return std::visit(Overloads<std::decay_t<Cases>...>{std::forward<Cases>(cases)...}, content_);
+    }
 
     /// The content when it is of that type, else nullptr. Borrowed from this value.
     template <typename T>
@@ -111,7 +120,12 @@ class Value {
     bool operator==(const Value&) const = default;
 
   private:
-    std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string, Data, Date, Array, Dictionary>
+    template <typename... Cases>
+    struct Overloads : Cases... {
+        using Cases::operator()...;
+    };
+
+    std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, double, std::string, Data, Date, Array, Dictionary>
         content_;
 };
 

@@ -14,8 +14,10 @@
 #include <exception>
 #include <expat.h>
 #include <limits>
+#include <locale>
 #include <memory>
 #include <new>
+#include <sstream>
 #include <utility>
 
 namespace platform::property_list {
@@ -50,7 +52,16 @@ std::optional<Value> readInteger(std::string_view text) {
     return *magnitude <= lowest ? std::optional<Value>(static_cast<std::int64_t>(0 - *magnitude)) : std::nullopt;
 }
 
-/// What is too large or too small for a real is the nearest one: a file of settings is not given up for it.
+/// The real nearest to a number that is too large or too small for one. std::from_chars doesn't say which it is.
+double nearestReal(std::string_view text) {
+    std::istringstream stream{std::string(text)};
+    stream.imbue(std::locale::classic());
+    double number = 0;
+    stream >> number;
+    return stream.fail() ? std::copysign(std::numeric_limits<double>::infinity(), number) : number;
+}
+
+/// A file of settings is not given up for a number that no real holds.
 std::optional<Value> readReal(std::string_view text) {
     text = withoutPlus(text);
     double number = 0;
@@ -58,12 +69,7 @@ std::optional<Value> readReal(std::string_view text) {
     if (end != text.data() + text.size() || error == std::errc::invalid_argument) {
         return std::nullopt;
     }
-    if (error == std::errc::result_out_of_range) {
-        const bool isTiny = text.find("e-") != std::string_view::npos || text.find("E-") != std::string_view::npos;
-        number = isTiny ? 0.0 : std::numeric_limits<double>::infinity();
-        return text.starts_with('-') ? -number : number;
-    }
-    return number;
+    return error == std::errc::result_out_of_range ? nearestReal(text) : number;
 }
 
 /// "YYYY-MM-DDTHH:MM:SSZ".
@@ -247,18 +253,21 @@ class Writer {
     }
 
   private:
+    /// False when the value can't be written, or not read back.
     bool write(const Value& value) {
-        if (const auto* array = value.array()) {
-            return list("array", *array, [this](const Value& element) { return write(element); });
-        }
-        if (const auto* dictionary = value.dictionary()) {
-            return list("dict", *dictionary, [this](const auto& member) {
-                element("key", member.first);
-                return write(member.second);
-            });
-        }
-        writeScalar(value);
-        return !value.isNull() && nodes_ <= nodeLimit && text_.size() <= documentLimit;
+        const auto writeElement = [this](const Value& element) { return write(element); };
+        const auto writeMember = [this](const auto& member) {
+            return element("key", member.first) && write(member.second);
+        };
+        return value.visit([&](const Array& array) { return list("array", array, writeElement); },
+                           [&](const Dictionary& dictionary) { return list("dict", dictionary, writeMember); },
+                           [](std::nullptr_t) { return false; },
+                           [&](const std::string& words) { return element("string", words); },
+                           [&](bool flag) { return leaf(flag ? "<true/>" : "<false/>"); },
+                           [&](double real) { return element("real", realText(real)); },
+                           [&](Date date) { return element("date", dateText(date)); },
+                           [&](const Data& data) { return writeData(data.bytes); },
+                           [&](auto integer) { return element("integer", std::to_string(integer)); });
     }
 
     template <typename Container, typename WriteItem>
@@ -277,21 +286,8 @@ class Writer {
         return written;
     }
 
-    void writeScalar(const Value& value) {
-        if (const auto* words = value.text()) {
-            element("string", *words);
-        } else if (const auto* flag = value.as<bool>()) {
-            ++nodes_;
-            line(*flag ? "<true/>" : "<false/>");
-        } else if (const auto* real = value.as<double>()) {
-            element("real", std::isinf(*real) ? (*real < 0 ? "-infinity" : "+infinity") : value.description());
-        } else if (const auto* date = value.as<Date>()) {
-            element("date", dateText(*date));
-        } else if (const auto* data = value.as<Data>()) {
-            writeData(data->bytes);
-        } else {
-            element("integer", value.description());
-        }
+    static std::string realText(double real) {
+        return std::isinf(real) ? (real < 0 ? "-infinity" : "+infinity") : Value(real).description();
     }
 
     static std::string dateText(Date date) {
@@ -306,32 +302,33 @@ class Writer {
     }
 
     /// Lines of 76 columns where a tab counts eight.
-    void writeData(std::string_view bytes) {
-        ++nodes_;
+    bool writeData(std::string_view bytes) {
         const std::size_t width = 76 - 8 * std::min<std::size_t>(depth_, 7);
         const std::string encoded = base64::encode(bytes);
         line("<data>");
         for (std::size_t i = 0; i < encoded.size(); i += width) {
             line(std::string_view(encoded).substr(i, width));
         }
-        line("</data>");
+        return leaf("</data>");
     }
 
     void line(std::string_view content) { text_.append(depth_, '\t').append(content).append(1, '\n'); }
 
-    void element(std::string_view tag, std::string_view content) {
-        ++nodes_;
+    /// Ends a node that has no others inside.
+    bool leaf(std::string_view lastLine) {
+        line(lastLine);
+        return ++nodes_ <= nodeLimit && text_.size() <= documentLimit;
+    }
+
+    bool element(std::string_view tag, std::string_view content) {
         text_.append(depth_, '\t').append("<").append(tag).append(">");
         escape(content);
         text_.append("</").append(tag).append(">\n");
+        return ++nodes_ <= nodeLimit && text_.size() <= documentLimit;
     }
 
     void escape(std::string_view content) {
-        if (!text::isValidUtf8(content)) {
-            return escape(text::makeValidUtf8(content));
-        }
-        for (; !content.empty(); content.remove_prefix(1)) {
-            const char c = content.front();
+        for (const char c : storable(content)) {
             switch (c) {
             case '&':
                 text_ += "&amp;";
@@ -346,16 +343,8 @@ class Writer {
             case '\r':
                 text_ += "&#13;";
                 break;
-            case '\t':
-            case '\n':
-                text_ += c;
-                break;
             default:
-                if (content.starts_with("\xef\xbf\xbe") || content.starts_with("\xef\xbf\xbf")) {
-                    content.remove_prefix(2);
-                } else if (static_cast<unsigned char>(c) >= 0x20) {
-                    text_ += c;
-                }
+                text_ += c;
             }
         }
     }
@@ -370,5 +359,11 @@ class Writer {
 std::optional<Value> parseXml(std::string_view bytes) { return Reader().read(bytes); }
 
 std::optional<std::string> toXml(const Value& value) { return Writer().document(value); }
+
+std::string storable(std::string_view text) {
+    std::string kept = text::makeValidUtf8(text);
+    std::erase_if(kept, [](unsigned char c) { return c < 0x20 && c != '\t' && c != '\n' && c != '\r'; });
+    return text::replaceAll(text::replaceAll(kept, "\uFFFE", ""), "\uFFFF", "");
+}
 
 } // namespace platform::property_list
