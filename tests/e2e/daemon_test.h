@@ -1,4 +1,4 @@
-// The built daemon on a machine of the test's own. Every test ends it by SIGTERM and checks how it went down.
+// The built daemon on a machine of the test's own. Every test ends it with SIGTERM and checks how it ended.
 #pragma once
 
 #include "foundation/property_list.h"
@@ -18,6 +18,8 @@ inline void PrintTo(const Value& value, std::ostream* out) { *out << value.descr
 } // namespace platform
 
 namespace e2e {
+
+using Lines = std::vector<std::string>;
 
 class DaemonTest : public testing::Test {
   protected:
@@ -53,7 +55,7 @@ class DaemonTest : public testing::Test {
         machine.root.write(trial::hostPreferences, platform::property_list::toXml(preferences).value());
     }
 
-    /// Without the key that the pingers write at times of their own.
+    /// The host preferences, without the key that the pingers write at any time.
     platform::Dictionary preferences() const {
         const auto content = machine.root.propertyList(trial::hostPreferences);
         platform::Dictionary stored =
@@ -62,7 +64,7 @@ class DaemonTest : public testing::Test {
         return stored;
     }
 
-    /// Posts a notification that is answered by two `killall` at once: the daemon lives and is in its loop.
+    /// Posts a command that runs `killall` twice and waits for that: the daemon is up and in its loop.
     void expectAnswer() {
         const std::size_t before = machine.tools.calls("killall").size();
         client.post("killAction");
@@ -72,13 +74,18 @@ class DaemonTest : public testing::Test {
 
     trial::Machine machine;
     trial::BusClient client{machine.bus.address()};
-    /// Environment of the daemon's that differs from the machine's.
+    /// What the daemon's environment has instead of the machine's.
     trial::Environment settings;
     std::unique_ptr<trial::DaemonProcess> daemon;
 };
 
-/// Whether the lines stand in `all` in this order, others between them or not.
-inline bool inOrder(const std::vector<std::string>& all, const std::vector<std::string>& wanted) {
+/// "METHOD host/path?query".
+inline std::string described(const trial::WebRequest& request) {
+    return request.method + ' ' + request.header("Host").value_or("") + request.target;
+}
+
+/// Whether `all` holds the wanted lines in this order, others in between or not.
+inline bool inOrder(const Lines& all, const Lines& wanted) {
     auto next = wanted.begin();
     for (const std::string& line : all) {
         next += next != wanted.end() && *next == line ? 1 : 0;

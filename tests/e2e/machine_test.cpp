@@ -9,7 +9,6 @@ namespace {
 
 const std::string configurePath = "/hvlnew/api/config/v1/configureClients";
 
-/// What becomes of the machine, its disk and its users.
 class MachineTest : public DaemonTest {
   protected:
     MachineTest() { std::filesystem::remove(machine.root.at(havrel::paths::hostInstallMarker)); }
@@ -30,7 +29,8 @@ class MachineTest : public DaemonTest {
         return std::ranges::count(machine.root.logged(trial::generalLog), line);
     }
 
-    /// Moves a folder of no product to and fro until the watcher has noticed; what was moved before has been handled.
+    /// Moves a folder that belongs to no product to and fro until the watcher has noticed. By then it has handled what
+    /// was moved before.
     void expectWatched() const {
         const std::string line = "objc - Auto uninstaller ";
         const auto before = countInGeneralLog(line);
@@ -45,7 +45,7 @@ class MachineTest : public DaemonTest {
     std::size_t uninstalls() const { return machine.tools.calls("sh").size(); }
 
     trial::WebAnswer answer{
-        .body = R"({"status":"OK","message":"{\"error\":0,\"access_token\":\"T2\",\"proxy_topic\":\"P2\"}"})"};
+        .body = R"({"status":"OK","message":"{\"error\":0,\"access_token\":\"T&2\",\"proxy_topic\":\"P2\"}"})"};
 };
 
 } // namespace
@@ -57,11 +57,11 @@ TEST_F(MachineTest, CloneRegistersOnceAsANewHost) {
                         {"viewerToken", "V&"},
                         {"proxyTopic", "P1"},
                         {"APP_Password", "a b"},
-                        {"trust_token", "tt"},
+                        {"trust_token", "t+/t"},
                         {"HavrelVersion", "7.1"},
                         {"ComputerSleep", "7"},
                         {"DisplaySleep", "8"},
-                        {"HostDescription", "Office-Mac"}};
+                        {"HostDescription", "Büro & Co"}};
     setPreferences(expected);
     startUp();
     EXPECT_EQ(countLogged("Helper : No Saved serial number exists: New installation"), 1);
@@ -72,22 +72,23 @@ TEST_F(MachineTest, CloneRegistersOnceAsANewHost) {
     machine.root.write("/sys/class/dmi/id/product_serial", "TRIAL-0002\n");
     restart();
     const std::string description = preferences().at("HostDescription").description();
-    EXPECT_THAT(description, testing::MatchesRegex("Office-Mac_[1-9][0-9][0-9][0-9][0-9]"));
-    // The interface is the same, so its address tells the two machines no longer apart.
+    EXPECT_THAT(description, testing::MatchesRegex("Büro & Co_[1-9][0-9][0-9][0-9][0-9]"));
+    // The interface is the same, so only the serial number tells the machines apart.
     Dictionary clone{{"serialNumber", "TRIAL-0002"},   {"uniqueId", "TRIAL-0002"},
-                     {"HostDescription", description}, {"hostID", "T2"},
+                     {"HostDescription", description}, {"hostID", "T&2"},
                      {"ProxyTopicHost", "P2"},         {"macSystemModel", "Trial machine"},
                      {"loggedInHostIDS", Array()},     {"updateFlag12AfterConfigure", true}};
     clone.merge(expected);
     EXPECT_EQ(preferences(), clone);
     const auto requests = machine.service.requests();
     ASSERT_EQ(requests.size(), 2U);
-    EXPECT_EQ(requests[0].method + requests[0].target, "POST" + configurePath);
+    const std::string encoded = "B%C3%BCro%20%26%20Co" + description.substr(description.find('_'));
+    EXPECT_EQ(described(requests[0]), "POST " + machine.apiHost() + configurePath);
     EXPECT_THAT(requests[0].body,
-                testing::MatchesRegex("token=V%26&topic_id=P1&app_pwd=a%20b&id=TRIAL-0002&host_description=" +
-                                      description + "&os=[^&]+&version=7.1&trust_token=tt"));
-    EXPECT_EQ(requests[1].method + requests[1].target + requests[1].body,
-              "POST/cgi-bin/hvl/v1/update_host_info.cgitoken=T2&host_description=" + description + "&offline=0");
+                testing::MatchesRegex("token=V%26&topic_id=P1&app_pwd=a%20b&id=TRIAL-0002&host_description=" + encoded +
+                                      "&os=[^&]+&version=7.1&trust_token=t%2B%2Ft"));
+    EXPECT_EQ(described(requests[1]), "POST " + machine.service.host() + "/cgi-bin/hvl/v1/update_host_info.cgi");
+    EXPECT_EQ(requests[1].body, "token=T%262&host_description=" + encoded + "&offline=0");
 
     restart();
     EXPECT_EQ(countLogged("Helper : Saved serial number matches with System serial number"), 1);

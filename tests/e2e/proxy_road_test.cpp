@@ -24,7 +24,7 @@ class ProxyRoadTest : public DaemonTest {
 } // namespace
 
 TEST_F(ProxyRoadTest, EndsWithTheFiftyFastestAndNoMarker) {
-    // 64 numbered ones, of which two are silent, and some whose addresses must not be taken for more.
+    // 64 numbered ones, two of them silent, and some whose addresses look like options or shell commands.
     trial::Proxies listed = trial::numberedProxies(64, "127.1.0");
     const std::string touched = machine.root.folder() / "touched";
     const std::vector<std::string> hostile{"-f",  "-c1 127.0.0.1",           "$(touch '" + touched + "')",
@@ -42,7 +42,7 @@ TEST_F(ProxyRoadTest, EndsWithTheFiftyFastestAndNoMarker) {
     ASSERT_EQ(best.size(), 50U);
     std::int64_t number = 0;
     for (const ProxyEntry& proxy : best) {
-        number += number == 2 || number == 19 ? 2 : 1;
+        number += number == 2 || number == 19 ? 2 : 1; // P3 and P20 are silent
         EXPECT_EQ(proxy.hostName, "P" + std::to_string(number));
         EXPECT_EQ(proxy.mappedHostName, proxy.hostName);
         EXPECT_EQ(proxy.ipAddr, "127.1.0." + std::to_string(number));
@@ -75,15 +75,16 @@ TEST_F(ProxyRoadTest, LeavesWholeFilesWhenItIsKilled) {
     for (int round = 0; round < 12; ++round) {
         machine.root.write(havrel::paths::hostInstallMarker, "");
         start();
-        // No wait for anything: the moment of the kill is what the rounds vary.
+        // Waits for no condition: the rounds vary the moment of the kill.
         EXPECT_FALSE(trial::eventually([&] { return !daemon->isRunning(); }, std::chrono::milliseconds(15 * round)));
         daemon->signal(SIGKILL);
         daemon->waitForEnd();
 
         const auto preferences = machine.root.propertyList(trial::hostPreferences);
-        EXPECT_TRUE(preferences && preferences->member("hostDescription") != nullptr) << "round " << round;
-        EXPECT_THAT(file(havrel::paths::allProxies).size(), machine.root.has(havrel::paths::allProxies) ? 60U : 0U)
-            << "round " << round;
+        SCOPED_TRACE(round);
+        ASSERT_TRUE(preferences);
+        EXPECT_NE(preferences->member("hostDescription"), nullptr);
+        EXPECT_EQ(file(havrel::paths::allProxies).size(), machine.root.has(havrel::paths::allProxies) ? 60U : 0U);
         EXPECT_EQ(machine.root.proxies(havrel::paths::proxies).has_value(), machine.root.has(havrel::paths::proxies));
     }
     startUp();
@@ -97,13 +98,24 @@ TEST_F(ProxyRoadTest, OutlivesAServiceThatMisbehaves) {
     const WebAnswer cutOff{.body = whole.body, .promisedLength = whole.body.size() + 1};
     machine.root.write(havrel::paths::allProxies, platform::property_list::toXml(stored).value());
     setPreferences({{"isServiceEnabled", true}});
-    for (const auto& [answer, certificate, manner] : {std::tuple(huge, CertificateKind::good, WebManner::serve),
-                                                      {cutOff, CertificateKind::good, WebManner::serve},
-                                                      {whole, CertificateKind::untrusted, WebManner::serve},
-                                                      {whole, CertificateKind::good, WebManner::closeAtOnce}}) {
-        trial::WebService service(machine.authority, certificate);
-        service.answer(trial::proxyListPath, answer);
-        service.receive(manner);
+
+    const struct {
+        const char* name;
+        WebAnswer answer;
+        CertificateKind certificate = CertificateKind::good;
+        WebManner manner = WebManner::serve;
+    } cases[] = {
+        {.name = "endless", .answer = huge},
+        {.name = "cut off", .answer = cutOff},
+        {.name = "untrusted", .answer = whole, .certificate = CertificateKind::untrusted},
+        {.name = "closing at once", .answer = whole, .manner = WebManner::closeAtOnce},
+    };
+
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        trial::WebService service(machine.authority, row.certificate);
+        service.answer(trial::proxyListPath, row.answer);
+        service.receive(row.manner);
         settings["HAVREL_WEB_SERVICE_HOST"] = service.host();
         const auto before = countLogged("Host : ProxyList : NIL");
         startUp();

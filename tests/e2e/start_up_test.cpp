@@ -2,42 +2,57 @@
 
 namespace e2e {
 
-/// Whether the service and the instant access are enabled, and what is done for it.
-class StartUpTest : public DaemonTest, public testing::WithParamInterface<std::tuple<bool, bool, const char*>> {};
+struct Service {
+    const char* name;
+    bool isEnabled;
+    bool isInstantAccessEnabled;
+    Lines commands;
+};
+
+void PrintTo(const Service& service, std::ostream* out) { *out << service.name; }
+
+class StartUpTest : public DaemonTest, public testing::WithParamInterface<Service> {};
 
 TEST_P(StartUpTest, TakesItsStepsInOrder) {
-    const auto& [isServiceEnabled, isInstantAccessEnabled, commands] = GetParam();
+    const Service& service = GetParam();
     machine.service.answer(trial::proxyListPath, trial::listing(trial::numberedProxies(3, "127.1.0")));
-    setPreferences({{"isServiceEnabled", isServiceEnabled},
-                    {"IsInstanstAccessEnabled", isInstantAccessEnabled},
+    setPreferences({{"isServiceEnabled", service.isEnabled},
+                    {"IsInstanstAccessEnabled", service.isInstantAccessEnabled},
                     {"HavrelVersion", "7.1.2"},
                     {"DisplaySleep", "33"}});
     startUp();
 
-    const std::string folder = "/Library/Application Support/HVLHostForMac", open = "sudo chmod 777 " + folder + "/";
-    const std::string openFiles = open + "Proxies.plist|" + open + "AllProxies.plist|" + open + "AllProxies.plist|";
-    std::string made;
+    const std::string folder = "'/Library/Application Support/HVLHostForMac'";
+    const std::string openBest = "sudo chmod 777 /Library/Application Support/HVLHostForMac/Proxies.plist";
+    const std::string openAll = "sudo chmod 777 /Library/Application Support/HVLHostForMac/AllProxies.plist";
+    Lines expected{"sudo chmod -R 777 " + folder,   openBest, openAll, openAll, "lpstat -d",
+                   "systemsetup -getcomputersleep", openBest, openAll, openAll};
+    expected.insert(expected.end(), service.commands.begin(), service.commands.end());
+    expected.emplace_back("launchctl load /Library/LaunchAgents/com.Dravex.HVLSuiteHost.plist");
+    Lines made;
     for (const trial::ToolCall& call : machine.tools.calls()) {
-        made += call.name == "ping" ? "" : call.line() + "|";
+        if (call.name != "ping") {
+            made.push_back(call.line());
+        }
     }
-    EXPECT_EQ(made, "sudo chmod -R 777 '" + folder + "'|" + openFiles + "lpstat -d|systemsetup -getcomputersleep|" +
-                        openFiles + commands + "launchctl load /Library/LaunchAgents/com.Dravex.HVLSuiteHost.plist|");
+    EXPECT_EQ(made, expected);
 
     const std::string installed = "Helper :  app is installed now so fetch proxy list from server and ping to ALL";
     EXPECT_EQ(machine.root.logged(trial::generalLog).front(), "Write permission status : 0");
-    EXPECT_PRED2(inOrder, machine.root.logged(trial::hostLog),
-                 (std::vector<std::string>{
-                     installed, "Host : ProxyList : CheckForProxyUpdate()", "HOST : PListManager : isProxyChanged : 1",
-                     "HOST : PListManager : isProxyChanged:1 isPingToALL:0", "HOST : PListManager : write : 1",
-                     "Helper :  SleepState notofocation observer added", installed,
-                     "HOST : PListManager : isProxyChanged:0 isPingToALL:0", "HOST : PListManager : write : 1",
-                     isServiceEnabled ? "HVLHelper : EnableAction : Called" : "HVLHelper : DisableAction : Called",
-                     "HVLHelper :  Called"}));
+    EXPECT_PRED2(
+        inOrder, machine.root.logged(trial::hostLog),
+        (Lines{installed, "Host : ProxyList : CheckForProxyUpdate()", "HOST : PListManager : isProxyChanged : 1",
+               "HOST : PListManager : isProxyChanged:1 isPingToALL:0", "HOST : PListManager : write : 1",
+               "Helper :  SleepState notofocation observer added", installed,
+               "HOST : PListManager : isProxyChanged:0 isPingToALL:0", "HOST : PListManager : write : 1",
+               service.isEnabled ? "HVLHelper : EnableAction : Called" : "HVLHelper : DisableAction : Called",
+               "HVLHelper :  Called"}));
 
     const auto requests = machine.service.requests();
     EXPECT_EQ(requests.size(), 2U);
     for (const trial::WebRequest& request : requests) {
-        EXPECT_EQ(request.method + ' ' + request.target + request.body, "GET " + trial::proxyListPath);
+        EXPECT_EQ(described(request), "GET " + machine.service.host() + trial::proxyListPath);
+        EXPECT_EQ(request.body, "");
         EXPECT_EQ(request.header("User-Agent"), "Havrel Mac:7.1.2");
         EXPECT_EQ(request.header("Expect"), std::nullopt);
     }
@@ -47,10 +62,13 @@ TEST_P(StartUpTest, TakesItsStepsInOrder) {
 
 INSTANTIATE_TEST_SUITE_P(
     Service, StartUpTest,
-    testing::Values(std::tuple(false, false, "launchctl unload /Library/LaunchDaemons/com.Dravex.HVLDaemonHost.plist|"),
-                    std::tuple(false, true, ""),
-                    std::tuple(true, false,
-                               "killall HavrelAgent|"
-                               "launchctl load /Library/LaunchDaemons/com.Dravex.HVLDaemonHost.plist|")));
+    testing::Values(
+        Service{"Off", false, false, {"launchctl unload /Library/LaunchDaemons/com.Dravex.HVLDaemonHost.plist"}},
+        Service{"InstantAccessOnly", false, true, {}},
+        Service{"On",
+                true,
+                false,
+                {"killall HavrelAgent", "launchctl load /Library/LaunchDaemons/com.Dravex.HVLDaemonHost.plist"}}),
+    [](const auto& info) { return info.param.name; });
 
 } // namespace e2e

@@ -54,17 +54,20 @@ Machine::Machine(CertificateKind certificate)
     scriptSleepTimers(root.folder(), tools);
 }
 
+std::string Machine::apiHost() const { return "localhost:" + std::to_string(service.port()); }
+
 Environment Machine::environment() const {
-    Environment environment{{"DBUS_SYSTEM_BUS_ADDRESS", bus.address()},
-                            {"HAVREL_CA_FILE", authority.file()},
-                            {"HAVREL_ROOT", root.path()},
-                            {"PATH", tools.searchPath()},
-                            {"PS_FORMAT", "pid,tty,time,args"}};
-    for (const char* host : {"HAVREL_WEB_SERVICE_HOST", "HAVREL_WEB_SITE_HOST", "HAVREL_WEB_APP_HOST",
-                             "HAVREL_TEST_SERVER", "HAVREL_API_HOST", "HAVREL_STATIC_HOST"}) {
-        environment[host] = service.host();
-    }
-    return environment;
+    return {{"DBUS_SYSTEM_BUS_ADDRESS", bus.address()},
+            {"HAVREL_CA_FILE", authority.file()},
+            {"HAVREL_ROOT", root.path()},
+            {"PATH", tools.searchPath()},
+            {"PS_FORMAT", "pid,tty,time,args"},
+            {"HAVREL_WEB_SERVICE_HOST", service.host()},
+            {"HAVREL_API_HOST", apiHost()},
+            {"HAVREL_STATIC_HOST", "static.invalid"},
+            {"HAVREL_WEB_SITE_HOST", "site.invalid"},
+            {"HAVREL_WEB_APP_HOST", "app.invalid"},
+            {"HAVREL_TEST_SERVER", "test.invalid"}};
 }
 
 } // namespace trial

@@ -37,7 +37,9 @@ struct Machine {
     StandInTools tools;
     PrivateBus bus;
 
-    /// What the daemon is to be started with: this bus, root and PATH, every service host at this web service.
+    /// The second name of the web service, so that requests to the API host can be told from those to the service host.
+    std::string apiHost() const;
+    /// For the daemon: this bus, root, PATH and web service. Hosts that it sends no requests to resolve nowhere.
     Environment environment() const;
 };
 
