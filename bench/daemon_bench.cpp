@@ -1,9 +1,9 @@
 // What the built daemon costs its host.
 //
-// Start-up: from its exec to its run loop's first answer, as at every boot, with tools that do nothing. Beside it the
-// command lines of the start-up alone, run by a shell, and the least that can be started.
+// Start-up: from its exec to its run loop's first answer, as at every boot, with tools that do nothing. For comparison:
+// start-up's command lines alone, run by a shell, and the start of the smallest program.
 //
-// Idle: once it has measured all proxies, over half a minute. Beside it a process that does nothing but hear
+// Idle: half a minute, after it has measured all proxies. For comparison: a process that only listens for
 // notifications, and the bus daemon.
 #include "foundation/property_list.h"
 #include "trial/support/bus_client.h"
@@ -33,7 +33,7 @@ constexpr auto idleWindow = 30s;
 constexpr auto quietWindow = 2s;
 constexpr double kilobytes = 1024;
 
-/// The start-up's command lines when the host service is on and the sleep timers are known.
+/// The start-up's command lines if the host service is enabled and the sleep timers are stored.
 constexpr const char* startUpCommands[] = {
     R"(sudo chmod -R 777 /Library/Application\ Support/HVLHostForMac)",
     "lpstat -d",
@@ -46,7 +46,7 @@ constexpr const char* startUpCommands[] = {
 
 double milliseconds(Clock::duration duration) { return std::chrono::duration<double, std::milli>(duration).count(); }
 
-/// What the process and its ended threads have used.
+/// The processor time of the process, its ended threads included.
 double processorMilliseconds(pid_t process) {
     clockid_t clock = 0;
     timespec used{};
@@ -56,7 +56,7 @@ double processorMilliseconds(pid_t process) {
     return static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6;
 }
 
-/// The sum of the numbers behind `key` in the lines of a file of /proc.
+/// The sum of the numbers after "KEY:" in the lines of a file in /proc.
 double sumOf(const fs::path& file, const std::string& key) {
     const std::string content = "\n" + trial::readFile(file);
     double sum = 0;
@@ -68,7 +68,7 @@ double sumOf(const fs::path& file, const std::string& key) {
 
 fs::path ofProcess(pid_t process, const std::string& file) { return "/proc/" + std::to_string(process) + "/" + file; }
 
-/// How often its present threads have been put to sleep, so far.
+/// How often its present threads have been switched out so far: each wake-up ends with that.
 double wakeUps(pid_t process) {
     double sum = 0;
     for (const auto& thread : fs::directory_iterator(ofProcess(process, "task"))) {
@@ -78,7 +78,7 @@ double wakeUps(pid_t process) {
     return sum;
 }
 
-/// A machine on which every tool does nothing, and at once.
+/// A machine whose tools all do nothing and end at once.
 struct IdleMachine : trial::Machine {
     IdleMachine() {
         std::vector<fs::path> names;
@@ -93,7 +93,7 @@ struct IdleMachine : trial::Machine {
     }
 };
 
-/// Starts processes one after the other and times each with `ready`, which returns when it is up.
+/// Starts processes one after the other and times each until `ready` returns.
 template <typename Start, typename Ready>
 void timeStarts(benchmark::State& state, const Start& start, const Ready& ready) {
     std::vector<double> times;
@@ -114,7 +114,7 @@ void timeStarts(benchmark::State& state, const Start& start, const Ready& ready)
     state.counters["own_cpu_ms"] = processor / static_cast<double>(times.size());
 }
 
-/// Leaves the ended process for its owner to wait for.
+/// Waits without reaping: that is left to its owner.
 void awaitEnd(const DaemonProcess& process) {
     siginfo_t ignored{};
     ::waitid(P_PID, static_cast<id_t>(process.id()), &ignored, WEXITED | WNOWAIT);
@@ -140,7 +140,8 @@ void startUp(benchmark::State& state) {
             return std::make_unique<DaemonProcess>(HAVREL_DAEMON, machine.environment(), machine.root.folder());
         },
         [&](const DaemonProcess&) {
-            // The lock comes early. The announcement then waits for the run loop, and its answer needs no tool.
+            // The daemon takes the lock early. The announcement then waits for its run loop, and answering needs no
+            // tool.
             loginManager.waitForLocks(1);
             loginManager.prepareForSleep(false);
             if (!client.waitForCount("sleepStateChanged", ++answers)) {
@@ -183,7 +184,7 @@ void showIdle(benchmark::State& state, pid_t process) {
             return last == known;
         },
         60s);
-    // Before the system takes back what an idle process does not touch.
+    // Read at once, before the system reclaims what an idle process does not touch.
     state.counters["pss_MB"] = sumOf(ofProcess(process, "smaps_rollup"), "Pss") / kilobytes;
     state.counters["rss_MB"] = sumOf(ofProcess(process, "smaps_rollup"), "Rss") / kilobytes;
     state.counters["threads"] = sumOf(ofProcess(process, "status"), "Threads");

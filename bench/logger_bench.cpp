@@ -1,5 +1,5 @@
-// What a line costs its caller and how soon a burst is on the disk, beside spdlog's asynchronous logger and beside one
-// rewrite of the file for each line.
+// What a log line costs its caller and how soon a burst is in the file. For comparison: spdlog's asynchronous logger,
+// and rewriting the file for each line.
 #include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
@@ -26,7 +26,7 @@ constexpr int burst = 10'000;
 constexpr auto line = "HOST : PListManager : proxy list has been fetched and compared with the one on the disk";
 constexpr auto logFile = "/bench.log";
 
-/// The root of this run, set before it is first asked for.
+/// This run's root, set before anything reads the environment.
 const trial::TemporaryFolder root;
 const int rooted = setenv("HAVREL_ROOT", root.path().c_str(), 1);
 
@@ -50,7 +50,7 @@ struct SpdlogAsynchronous {
     void log() { logger->info(line); }
 
     void drain() {
-        pool.reset(); // joins the worker, the only way to know that it has written everything
+        pool.reset(); // joins the worker: the only way to know that everything has been written
         logger.reset();
     }
 };
@@ -67,7 +67,7 @@ struct RewritePerLine {
     void drain() {}
 };
 
-/// Logs bursts and times each call; a burst's own time ends when all of it is written.
+/// Logs bursts and times each call; a burst is over when all of it has been written.
 template <typename Logger>
 void timeBursts(benchmark::State& state) {
     std::vector<double> calls;

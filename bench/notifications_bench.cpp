@@ -1,5 +1,5 @@
-// From a post to its handler, one notification after the other, beside what a bare sd-bus client needs for a signal
-// to itself on the same bus.
+// The time from a post to its handler, one notification after the other. For comparison: a bare sd-bus client that
+// sends signals to itself on the same bus.
 #include "platform/notifications.h"
 #include "platform/run_loop.h"
 #include "trial/support/private_bus.h"
@@ -36,7 +36,7 @@ class Times {
   public:
     void posted() { start_ = Clock::now(); }
 
-    /// False when there are enough.
+    /// False once there are enough.
     bool handled() {
         times_.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start_).count());
         return times_.size() < notifications;

@@ -1,10 +1,11 @@
-// What a pass over all proxies costs: 200 loopback addresses, fifty at once. First with a ping of one second, to
-// see what is lost between the pings, then with the system's own of six, beside fping over the same addresses.
+// What a pass over all proxies costs: 200 loopback addresses, fifty at a time. With a ping of one second, to see the
+// time lost between pings, and with the system's own of six seconds. For comparison: fping over the same addresses.
 #include "foundation/error.h"
 #include "platform/notifications.h"
 #include "platform/processes.h"
 #include "proxy/HVLPingManager.h"
 #include "trial/support/temporary_folder.h"
+#include "trial/support/wait.h"
 #include "util/ProductPaths.h"
 
 #include <benchmark/benchmark.h>
@@ -14,7 +15,7 @@
 #include <sys/resource.h>
 #include <thread>
 
-// Nobody is told here, and nothing is heard.
+// There is no bus here: posts are dropped, and observers hear nothing.
 void platform::distributed_center::post(const std::string& /*name*/, const std::string& /*object*/,
                                         const std::optional<Dictionary>& /*userInfo*/, std::uint32_t /*options*/) {}
 
@@ -34,7 +35,7 @@ constexpr int proxyCount = 200;
 
 std::string address(int proxy) { return "127.0.1." + std::to_string(proxy); }
 
-/// Root, list and a stand-in ping of the program's own, gone when it ends.
+/// A root with a stand-in for ping, removed at the end.
 struct Setting {
     trial::TemporaryFolder root;
     const std::string systemPath = std::getenv("PATH");
@@ -69,7 +70,7 @@ double peakMegabytes() {
 
 double since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-/// Runs the work once and notes its time and what it took of the processors, here and in its children.
+/// Runs the work once and records its time and the processor time of this process and of its children.
 template <typename Work>
 void measure(benchmark::State& state, const Work& work) {
     for ([[maybe_unused]] const auto once : state) {
@@ -96,13 +97,9 @@ void pass(benchmark::State& state, const std::string& path) {
     measure(state, [&] {
         const auto start = Clock::now();
         std::jthread pass([&] { manager.startPingForAllProxies(); });
-        const auto waitFor = [&](bool pending) {
-            while ((manager.pingingQueue()->operationCount() > 0) != pending) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            }
-        };
-        waitFor(true);
-        waitFor(false);
+        const auto isPinging = [&] { return manager.pingingQueue()->operationCount() > 0; };
+        trial::eventually(isPinging, std::chrono::minutes(2));
+        trial::eventually([&] { return !isPinging(); }, std::chrono::minutes(2));
         drained = since(start);
     });
     state.counters["queue_drained_s"] = drained;
@@ -115,7 +112,7 @@ void passWithPingsOfOneSecond(benchmark::State& state) {
 
 void passWithTheSystemsPing(benchmark::State& state) { pass(state, setting().systemPath); }
 
-/// As many requests to each proxy, one a second.
+/// As many packets to each proxy as ping sends, one a second.
 void fping(benchmark::State& state) {
     std::vector<std::string> arguments{"-q", "-C", "6", "-p", "1000", "-i", "1"};
     for (int proxy = 1; proxy <= proxyCount; ++proxy) {
@@ -137,7 +134,7 @@ BENCHMARK(fping)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 } // namespace
 
 int main(int argc, char** argv) {
-    setting(); // before anything asks for the root
+    setting(); // sets HAVREL_ROOT, which must come before anything reads it
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
 }

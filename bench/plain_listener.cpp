@@ -1,4 +1,5 @@
-// The least that a process does to hear notifications: one thread, one connection, one match. daemon_bench's yardstick.
+// The smallest process that hears notifications: one thread, one connection, one match. For daemon_bench to compare
+// with.
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 

@@ -1,5 +1,5 @@
-// What a preference costs: every read parses the whole file, every write replaces it and waits for the disk. The peer,
-// plistlib_bench.py, does the same with the same content.
+// What a preference costs: each read parses the whole file, each write replaces it and waits for the disk. For
+// comparison, plistlib_bench.py does the same with the same content.
 #include "foundation/deployment.h"
 #include "foundation/property_list.h"
 #include "platform/notifications.h"
@@ -11,7 +11,7 @@
 
 #include <cstdlib>
 
-// Nobody is told here; it is the file that is measured.
+// There is no bus here: it is the file that is measured.
 void platform::distributed_center::post(const std::string& /*name*/, const std::string& /*object*/,
                                         const std::optional<Dictionary>& /*userInfo*/, std::uint32_t /*options*/) {}
 
@@ -39,7 +39,7 @@ std::string bigEndian(std::uint64_t number, int bytes) {
     return text;
 }
 
-/// The binary form of a dictionary of short ASCII texts: the dictionary is object 0, then all keys, then all values.
+/// The binary form of a dictionary of short ASCII texts: the dictionary is object 0; the keys follow, then the values.
 std::string binary(const Dictionary& dictionary) {
     std::string bytes = "bplist00";
     std::string offsets = bigEndian(bytes.size(), 2);

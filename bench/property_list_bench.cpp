@@ -1,5 +1,5 @@
-// What a read and a write of a preference file of 200 keys costs, without the disk. bench/plistlib_codec_bench.py does
-// the same with another implementation.
+// What reading and writing a preference file of 200 keys costs, without the disk. For comparison,
+// plistlib_codec_bench.py does the same with Python's plistlib.
 #include "foundation/property_list.h"
 #include "foundation/value.h"
 
@@ -35,7 +35,7 @@ std::string big(std::uint64_t number, std::size_t width) {
     return bytes;
 }
 
-/// The daemon writes no binary lists, so the bench has a writer of its own, for the kinds of value above.
+/// The daemon writes no binary lists, so the bench has its own writer, for the kinds of value above.
 class BinaryWriter {
   public:
     std::string write(const Value& root) {

@@ -1,4 +1,4 @@
-// What one can try on a running trial: lines for a shell, one for everything that the daemon reacts to.
+// Shell lines to try on a running trial, one for everything that the daemon reacts to.
 #pragma once
 
 #include "trial/support/machine.h"
@@ -8,10 +8,10 @@
 
 namespace trial {
 
-/// Writes the scripts that the lines call into the machine's folder.
+/// Writes the scripts that the lines call to the machine's folder.
 void writeCommandScripts(const Machine& machine);
 
-/// The lines, each with what it does, and what the scripts stand for.
+/// The lines, each with what it does, and what the scripts do in turn.
 std::string commandLines(const Machine& machine, pid_t daemon);
 
 } // namespace trial

@@ -32,7 +32,7 @@ void install(const TrialRoot& root) {
                                     .value());
 }
 
-/// The proxy list apart, which is the trial's main matter.
+/// All but the proxy list, which the trial itself answers.
 void answerCalls(WebService& service) {
     const WebHeaders json{{"Content-Type", "application/json"}};
     service.answer("/hvlnew/getRemoteIP", {.body = R"({"remoteIp":"203.0.113.7"})", .headers = json});
@@ -46,8 +46,8 @@ void answerCalls(WebService& service) {
     }
 }
 
-/// An updater that pretends to work for half a minute. That it runs shows in a file, so that the stand-in for `killall`
-/// can end it without ending a process.
+/// An updater that pretends to work for half a minute, as long as its file is there: the stand-in for `killall` removes
+/// that file and kills nothing.
 void scriptUpdater(const Machine& machine) {
     const std::string runs = shellQuoted(machine.root.folder() / "updater runs");
     const std::string log = shellQuoted(updaterLog(machine));
@@ -68,7 +68,7 @@ echo 'HVLVersionUpdate ended' >> %@
     machine.tools.script("killall", format(R"([ "$2" != HVLVersionUpdate ] || %@ -f %@)", remove, runs));
 }
 
-/// The trial's own processes alone; "ps aux" shows a session of whoever is at its console.
+/// Lists only the trial's own processes; "ps aux" shows the session of the user at the trial's console.
 void scriptProcessList(const Machine& machine) {
     const std::string session = shellQuoted(machine.root.at("/run/systemd/sessions/c1"));
     machine.tools.script("ps", format(R"(if [ "$*" != aux ]; then

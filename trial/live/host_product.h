@@ -1,5 +1,5 @@
-// The host product as it is installed and in use on the trial's machine, so that every command finds something to do:
-// applications and somebody at the console, an account with the web service, an updater. All of it is harmless.
+// The host product, installed and in use on the trial's machine: applications, a user at the console, an account with
+// the web service, an updater. So every command finds something to do; nothing that it finds is real.
 #pragma once
 
 #include "trial/support/machine.h"
@@ -8,10 +8,10 @@
 
 namespace trial {
 
-/// Puts it on a machine on which no daemon runs yet.
+/// To be called before the daemon is started.
 void installHostProduct(Machine& machine);
 
-/// What the updater says of itself.
+/// Where the updater logs.
 std::filesystem::path updaterLog(const Machine& machine);
 
 } // namespace trial

@@ -3,6 +3,7 @@
 #include "foundation/text.h"
 #include "trial/live/commands.h"
 #include "trial/live/host_product.h"
+#include "trial/support/wait.h"
 #include "util/ProductPaths.h"
 
 #include <algorithm>
@@ -21,14 +22,14 @@ constexpr auto deadline = 120s;
 constexpr auto lookInterval = 50ms;
 constexpr std::size_t rankingColumns = 2;
 
-/// A log line without its timestamp, which the view has one of its own for.
+/// A log line without its timestamp: the view shows one of its own.
 std::string message(const std::string& line) {
     constexpr std::size_t length = sizeof "yyyy-MM-dd HH:mm:ss : " - 1;
     const bool stamped = line.size() > length && line.compare(length - 3, 3, " : ") == 0;
     return platform::text::trim(stamped ? line.substr(length) : line, " ");
 }
 
-/// Name, object and user information; its description without line breaks and indents.
+/// Name, object and user information, without line breaks and indents.
 std::string inOneLine(const Posted& posted) {
     std::vector<std::string> words{posted.name};
     if (!posted.object.empty()) {
@@ -70,21 +71,16 @@ LiveTrial::LiveTrial(const std::atomic<bool>& interrupted)
 bool LiveTrial::show() {
     introduce();
     startDaemon();
-    const auto end = std::chrono::steady_clock::now() + deadline;
-    while (!road_.isGone()) {
+    const auto isOver = [this] {
         look();
-        if (interrupted_) {
-            return fail("interrupted");
-        }
-        if (!daemon_->isRunning()) {
-            return fail("the daemon ended with " + describeEnd(*daemon_->waitForEnd()));
-        }
-        if (std::chrono::steady_clock::now() > end) {
-            return fail("it has not come to its end within " + std::to_string(deadline.count()) + " s");
-        }
-        std::this_thread::sleep_for(lookInterval);
+        return road_.isGone() || interrupted_ || !daemon_->isRunning();
+    };
+    const bool inTime = eventually(isOver, deadline, lookInterval);
+    if (!road_.isGone()) {
+        return fail(!inTime        ? "it has not come to its end within " + std::to_string(deadline.count()) + " s"
+                    : interrupted_ ? "interrupted"
+                                   : "the daemon ended with " + describeEnd(*daemon_->waitForEnd()));
     }
-    look();
     screen_.text("\n" + screen_.bold("The road has been gone to its end.") + "\n");
     printSteps();
     screen_.text("\n");
@@ -199,7 +195,7 @@ void LiveTrial::lookAtFiles() {
 
 void LiveTrial::lookAtPings() {
     if (!daemon_->isRunning()) {
-        return; // what ends with it has not been measured
+        return; // pings that end with the daemon have measured nothing
     }
     pings_->look();
     if (shownMeasured_ && shownMeasured_ != pings_->measured()) {

@@ -1,4 +1,4 @@
-// The trial of the main job as one watches it: a machine of its own, the daemon on it, and what both do.
+// The trial that one watches: the daemon at its main job, on a machine of the trial's own.
 #pragma once
 
 #include "trial/live/observers.h"
@@ -19,19 +19,19 @@ namespace trial {
 
 class LiveTrial {
   public:
-    /// `interrupted` turns true when the trial is to end at once.
+    /// `interrupted` becomes true when the trial is to end at once.
     explicit LiveTrial(const std::atomic<bool>& interrupted);
 
-    /// Shows the road of the proxy list; true when it has been gone to its end in time.
+    /// Shows the road of the proxy list; true if the daemon goes it to the end in time.
     bool show();
-    /// Shows what goes on until interrupted, having said what can be tried; true when nothing went wrong. A daemon that
-    /// was asked to end is started again.
+    /// Says what can be tried and shows what happens until interrupted. Starts the daemon again when it ends with
+    /// status 0; false if it ends in another way.
     bool stay();
-    /// Ends the daemon; true when it ended as it should.
+    /// Ends the daemon; true if it ended with status 0.
     bool end();
     /// The table of the chosen proxies, and where everything lies.
     void printResults();
-    /// Leaves everything where it is when the trial ends, and says how to remove it.
+    /// Leaves the trial's folder in place and says how to remove it.
     void keep();
 
   private:
@@ -60,7 +60,7 @@ class LiveTrial {
     std::size_t shownRequests_ = 0;
     std::size_t shownCalls_ = 0;
     std::size_t shownPosts_ = 0;
-    /// How much of the pass over all proxies that is under way has been shown; nothing when none is.
+    /// The progress last shown of the all-proxies pass; nullopt while there is none.
     std::optional<std::size_t> shownMeasured_;
 };
 

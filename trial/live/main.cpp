@@ -16,7 +16,7 @@ static_assert(std::atomic<bool>::is_always_lock_free);
 constexpr int failed = 1;
 constexpr int misused = 2;
 
-/// Whether the trial was gone through and the daemon ended well.
+/// True if the road was gone to its end and the daemon ended well.
 bool goThrough(trial::LiveTrial& trial, bool stays) {
     if (!trial.show()) {
         return false;

@@ -8,7 +8,7 @@ namespace trial {
 
 namespace {
 
-/// Where in `content` what follows `seen` begins; `seen` may have lost its beginning there.
+/// Where in `content` the part after `seen` begins. The beginning of `seen` may have been cut off there.
 std::size_t endOfSeen(const std::string& content, const std::string& seen) {
     if (content.compare(0, seen.size(), seen) == 0) {
         return seen.size();

@@ -1,4 +1,4 @@
-// What can be seen of a daemon from outside: the pings that it runs and the lines that its files gain.
+// A daemon seen from outside: the pings that it runs and the lines that its files gain.
 #pragma once
 
 #include <cstddef>
@@ -11,15 +11,15 @@
 
 namespace trial {
 
-/// Which addresses a daemon has measured: those whose ping was seen to run and has ended.
+/// Which addresses a daemon has measured: those whose ping was seen running and has ended.
 class PingWatch {
   public:
     explicit PingWatch(pid_t daemon) : daemon_(daemon) {}
 
-    /// Looks at the daemon's children; to be called much more often than a ping lasts.
+    /// Looks at the daemon's children. To be called several times while a ping lasts.
     void look();
 
-    /// What was measured before no longer counts.
+    /// Forgets what was measured so far.
     void beginPass() { measured_.clear(); }
 
     std::size_t measured() const { return measured_.size(); }
@@ -30,12 +30,12 @@ class PingWatch {
     std::set<std::string> measured_;
 };
 
-/// The lines that a file gains, also when it is replaced and its beginning cut.
+/// The lines that a file gains, even if it is replaced and its beginning cut off.
 class FileTail {
   public:
     explicit FileTail(std::filesystem::path file) : file_(std::move(file)) {}
 
-    /// The lines since the last call that are not empty.
+    /// The non-empty lines since the last call.
     std::vector<std::string> newLines();
 
   private:

@@ -1,4 +1,4 @@
-// The road of the proxy list, as far as it has been gone: from the service's answer to the removed marker.
+// How far the proxy list has come on its road from the service's answer to the removed marker.
 #pragma once
 
 #include "trial/support/trial_root.h"
@@ -13,7 +13,7 @@ class Road {
   public:
     Road(const TrialRoot& root, std::size_t listedProxies) : root_(root), listedProxies_(listedProxies) {}
 
-    /// To be told of every notification on the bus, in order.
+    /// To be called for every notification on the bus, in order.
     void notification(const std::string& name);
 
     struct Step {
@@ -21,7 +21,7 @@ class Road {
         bool done = false;
     };
 
-    /// Every step of the road and whether it is done, by the files as they are now.
+    /// All steps, each with whether it is done, judged by the files as they are now.
     std::vector<Step> steps() const;
     bool isGone() const;
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t barWidth = 32;
 constexpr std::size_t labelWidth = 11;
-/// In how many lines progress is told where it cannot be drawn over.
+/// How many progress lines there are without a terminal.
 constexpr std::size_t progressLines = 8;
 
 std::string bar(std::size_t done, std::size_t all) {
@@ -39,7 +39,7 @@ Screen::Screen()
     , hasColours_(isTerminal_ && std::getenv("NO_COLOR") == nullptr) {}
 
 void Screen::text(std::string_view lines) {
-    // The progress line is taken away and drawn again below what is new.
+    // The progress bar is erased and drawn again below the new text.
     write((isDrawn_ ? "\r\033[K" : "") + std::string(lines) + progressLine_);
     isDrawn_ = !progressLine_.empty();
 }

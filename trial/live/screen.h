@@ -1,5 +1,5 @@
-// The live view: one line for each thing that happens, with its time and where it comes from. On a terminal the
-// progress stands below the last line and is drawn over; elsewhere it becomes lines of its own, a few.
+// The live view: a line for each event, with its time and source. On a terminal, progress is a bar below the last line;
+// elsewhere it is a few lines of its own.
 #pragma once
 
 #include <chrono>
@@ -18,15 +18,15 @@ class Screen {
     Screen(const Screen&) = delete;
     Screen& operator=(const Screen&) = delete;
 
-    /// Text that belongs to no moment, as it is; may hold several lines.
+    /// Prints text as it is, without a time.
     void text(std::string_view lines);
-    /// Something that happened now. Control characters are shown as "?".
+    /// Prints a line for something that has just happened. Control characters are shown as "?".
     void event(std::string_view source, std::string_view what);
     void progress(std::size_t done, std::size_t all);
-    /// Takes an unfinished progress line away.
+    /// Removes an unfinished progress bar.
     void endProgress();
 
-    /// Emphasis on a terminal, else the text as it is.
+    /// Text with emphasis on a terminal, else as it is.
     std::string bold(std::string_view text) const;
     std::string good(std::string_view text) const;
     std::string bad(std::string_view text) const;
@@ -38,8 +38,9 @@ class Screen {
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     bool isTerminal_;
     bool hasColours_;
-    /// Empty when there is none; whether it stands on the terminal now.
+    /// Empty if there is none.
     std::string progressLine_;
+    /// Whether it is on the terminal now.
     bool isDrawn_ = false;
     std::size_t reported_ = 0;
 };

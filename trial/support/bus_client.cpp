@@ -27,14 +27,14 @@ struct BusClient::State {
     mutable std::condition_variable changed;
     std::vector<Posted> heard;
 
-    /// Ends before what it fills.
+    /// Declared last: it must have ended before what it fills is gone.
     BusThread thread;
 
     explicit State(const std::string& address) : thread(address, [this](sd_bus& bus) { return listen(bus); }) {}
 
     platform::BusSlot listen(sd_bus& bus) {
         sd_bus_slot* slot = nullptr;
-        // Waits for the bus, so that nothing posted from now on is missed.
+        // Synchronous, so that nothing posted from now on is missed.
         check(sd_bus_match_signal(&bus, &slot, nullptr, NotificationMessage::path, NotificationMessage::interface,
                                   NotificationMessage::member, onPosted, this),
               "sd_bus_match_signal");
@@ -45,7 +45,7 @@ struct BusClient::State {
         try {
             static_cast<State*>(self)->hear(platform::decode(*signal), sd_bus_message_get_sender(signal));
         } catch (const platform::MalformedMessage&) {
-            // Of no concern to a listener.
+            // As any observer would, it ignores what it can't read.
         }
         return 0;
     }

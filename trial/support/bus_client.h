@@ -1,4 +1,4 @@
-// Another process's view of the bus.
+// The bus as another process sees it.
 #pragma once
 
 #include "foundation/value.h"
@@ -25,29 +25,29 @@ struct Posted {
     std::string sender;
 };
 
-/// A connection of its own that hears every distributed notification and says what it is told to. From any thread.
+/// Hears every distributed notification and posts some, over a connection of its own. Thread-safe.
 class BusClient {
   public:
-    /// Throws std::system_error when there is no bus at that address.
+    /// Throws std::system_error if there is no bus at that address.
     explicit BusClient(const std::string& address);
-    /// What was posted before is sent.
+    /// Sends what is still to be posted.
     ~BusClient();
     BusClient(const BusClient&) = delete;
     BusClient& operator=(const BusClient&) = delete;
 
     void post(const std::string& name, const std::string& object = {}, const platform::Dictionary& userInfo = {},
               std::uint32_t options = 3);
-    /// Lends the connection for whatever else is to be sent.
+    /// Calls `work` with the connection, on its thread and later.
     void perform(std::function<void(sd_bus& bus)> work);
-    /// Blocks until the bus has passed on what was posted before.
+    /// Blocks until the bus has received what was posted so far.
     void sync();
 
-    /// All that was heard so far, in order; malformed signals are not.
+    /// All that was heard so far, in order. Malformed signals are left out.
     std::vector<Posted> heard() const;
     std::size_t countOf(const std::string& name) const;
 
     using Condition = std::function<bool(const std::vector<Posted>& heard)>;
-    /// Blocks until the condition holds or the deadline has passed; returns whether it holds.
+    /// Blocks until the condition holds; false if it does not within `deadline`.
     bool waitFor(const Condition& condition, std::chrono::milliseconds deadline = std::chrono::seconds{10}) const;
     bool waitForCount(const std::string& name, std::size_t count,
                       std::chrono::milliseconds deadline = std::chrono::seconds{10}) const;

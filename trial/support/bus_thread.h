@@ -1,4 +1,4 @@
-// A bus connection that is served in the background.
+// A bus connection with a thread of its own.
 #pragma once
 
 #include "platform/linux/bus/bus_connection.h"
@@ -13,18 +13,18 @@
 
 namespace trial {
 
-/// A connection and the thread that it belongs to. Its operations may be called from any thread.
+/// Thread-safe.
 class BusThread {
   public:
-    /// `setUp` is called at once and on this thread; what it returns lives as long as the connection. Throws
-    /// std::system_error when there is no bus at that address.
+    /// Calls `setUp` on the caller's thread and keeps its result as long as the connection. Throws std::system_error if
+    /// there is no bus at that address.
     BusThread(const std::string& address, const std::function<platform::BusSlot(sd_bus& bus)>& setUp);
-    /// What is queued is done and sent.
+    /// Does and sends what is queued.
     ~BusThread();
     BusThread(const BusThread&) = delete;
     BusThread& operator=(const BusThread&) = delete;
 
-    /// Lends the connection to the work, on its thread.
+    /// Calls `work` with the connection, on its thread and later.
     void perform(std::function<void(sd_bus& bus)> work);
 
     platform::RunLoop& loop() { return loop_; }

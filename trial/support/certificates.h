@@ -1,4 +1,4 @@
-// Keys and certificates made on the spot, for servers that only this machine is meant to trust.
+// Keys and certificates of test servers, made on the spot.
 #pragma once
 
 #include <filesystem>
@@ -8,13 +8,13 @@ using SSL_CTX = struct ssl_ctx_st;
 
 namespace trial {
 
-/// What is wrong with a server's certificate, if anything.
 enum class CertificateKind { good, untrusted, wrongHost, expired };
 
-/// An authority of one's own. Its certificate lies in a PEM file, for HAVREL_CA_FILE; its key never leaves memory.
+/// An authority of the trial's own, with its certificate in a PEM file for HAVREL_CA_FILE. Throws std::runtime_error if
+/// something can't be made or written.
 class CertificateAuthority {
   public:
-    /// Writes the authority's certificate to `file`; the folder must exist. Throws std::runtime_error when it cannot.
+    /// Writes the authority's certificate to `file`, in a folder that exists.
     explicit CertificateAuthority(std::filesystem::path file);
     ~CertificateAuthority();
     CertificateAuthority(const CertificateAuthority&) = delete;
@@ -22,7 +22,7 @@ class CertificateAuthority {
 
     const std::filesystem::path& file() const { return file_; }
 
-    /// A server context with a fresh key and a certificate for localhost and 127.0.0.1, unless its kind says otherwise.
+    /// A server context with a fresh key and a certificate for localhost and 127.0.0.1; with `wrongHost`, for neither.
     std::shared_ptr<SSL_CTX> serverContext(CertificateKind kind) const;
 
   private:

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Becomes the program; between fork and exec only what is safe after a fork of many threads.
+/// Runs in the child: only async-signal-safe calls, since other threads may have held locks at the fork.
 [[noreturn]] void become(char* const* arguments, char* const* environment, const char* output,
                          const char* diagnostics) {
     ::setsid();
@@ -36,7 +36,7 @@ namespace {
     ::_exit(127);
 }
 
-/// As exec takes them; borrowed.
+/// The null-ended array that exec takes, borrowed from `texts`.
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers(texts.size() + 1);
     std::transform(texts.begin(), texts.end(), pointers.begin(), [](std::string& text) { return text.data(); });

@@ -1,5 +1,4 @@
-// A daemon, the built one above all, as a process that ends with its owner, in an environment that holds nothing but
-// what it is given.
+// A daemon, mostly the built one, as a child process that ends with its owner.
 #pragma once
 
 #include <chrono>
@@ -16,13 +15,13 @@ using Environment = std::map<std::string, std::string>;
 
 class DaemonProcess {
   public:
-    /// Starts `program` in a session of its own; what it writes goes to the files "NAME.out" and "NAME.err" in
-    /// `folder`, after what is there. It dies with the thread that started it. Throws std::system_error when it cannot
-    /// be started.
+    /// Starts `program` in a session of its own, with no environment but the given one. Its output is appended to the
+    /// files "NAME.out" and "NAME.err" in `folder`. It is killed when the calling thread ends. Throws std::system_error
+    /// if there can be no child; one whose program can't be run ends with status 127.
     DaemonProcess(const std::filesystem::path& program, const Environment& environment,
                   const std::filesystem::path& folder, const std::string& name = "daemon",
                   const std::vector<std::string>& arguments = {});
-    /// Kills it if it still runs, and the programs that it has left behind.
+    /// Kills it, if it still runs, and every process left in its session.
     ~DaemonProcess();
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;
@@ -30,14 +29,14 @@ class DaemonProcess {
     pid_t id() const { return id_; }
 
     bool isRunning();
-    /// Sends the signal, if the daemon still runs.
+    /// Sends the signal if it still runs.
     void signal(int number);
-    /// Waits for its end; the raw wait status, or nothing when it has not ended within the time.
+    /// Waits for its end; the raw wait status, nullopt if it has not ended within the time.
     std::optional<int> waitForEnd(std::chrono::milliseconds within = std::chrono::seconds(20));
     /// SIGTERM, and `waitForEnd`.
     std::optional<int> terminate(std::chrono::milliseconds within = std::chrono::seconds(20));
 
-    /// What it has written so far, earlier runs with the same folder included.
+    /// What is in its files so far, the output of earlier processes of the same name included.
     std::string output() const;
     std::string diagnostics() const;
 
@@ -48,10 +47,10 @@ class DaemonProcess {
     std::optional<int> status_;
 };
 
-/// Where a program of the system's lies. Throws std::runtime_error when there is none.
+/// The path of one of the system's programs. Throws std::runtime_error if there is none of that name.
 std::filesystem::path findProgram(const std::string& name);
 
-/// "status 3" or "signal 9": how a process ended, by its wait status.
+/// A raw wait status in words: "status 3", "signal 9".
 std::string describeEnd(int waitStatus);
 
 } // namespace trial

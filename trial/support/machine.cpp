@@ -25,7 +25,7 @@ WebAnswer listing(const Proxies& proxies) {
 
 namespace {
 
-/// A `systemsetup` that remembers what it is told.
+/// A `systemsetup` that keeps the timers it is told to set, in files.
 void scriptSleepTimers(const std::filesystem::path& folder, const StandInTools& tools) {
     writeFile(folder / "computersleep", "10\n");
     writeFile(folder / "displaysleep", "5\n");

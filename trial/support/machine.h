@@ -1,4 +1,5 @@
-// All that the daemon needs, of one's own: a root, a bus, a web service and tools. Nothing of the machine is reached.
+// Everything that the daemon needs, made for a trial: a root, a bus, a web service and tools. It reaches nothing else
+// of the machine.
 #pragma once
 
 #include "trial/support/certificates.h"
@@ -25,7 +26,7 @@ using Proxies = std::vector<std::pair<std::string, std::string>>;
 
 /// P1, P2 and so on at `network`.1, `network`.2 and so on; at most 250.
 Proxies numberedProxies(std::size_t count, const std::string& network);
-/// The web service's answer that lists them.
+/// The web service's answer that lists these proxies.
 WebAnswer listing(const Proxies& proxies);
 
 struct Machine {

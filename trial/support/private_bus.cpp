@@ -13,7 +13,7 @@ namespace trial {
 
 namespace {
 
-/// As a value in a bus address: whatever is special there or anywhere becomes "%XX".
+/// As a value in a bus address, where special characters are written as "%XX".
 std::string escaped(const std::string& value) {
     constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_/.";
     std::string text;

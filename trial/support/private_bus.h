@@ -1,4 +1,4 @@
-// A message bus of one's own.
+// A message bus of the trial's own.
 #pragma once
 
 #include "trial/support/daemon_process.h"
@@ -10,10 +10,10 @@
 
 namespace trial {
 
-/// A bus daemon that lets everybody do everything. Its address stays the same over restarts.
+/// A bus daemon whose policy allows everything. Its address stays the same when it is restarted.
 class PrivateBus {
   public:
-    /// Keeps its socket and configuration in `folder`, which must exist. `start` is left to the owner.
+    /// Writes its configuration to `folder`, which must exist. It is not running yet.
     explicit PrivateBus(std::filesystem::path folder);
     /// Stops it.
     ~PrivateBus();
@@ -23,12 +23,12 @@ class PrivateBus {
     /// For DBUS_SYSTEM_BUS_ADDRESS.
     const std::string& address() const { return address_; }
 
-    /// Below 0 while it is stopped.
+    /// Negative while it is stopped.
     pid_t pid() const { return daemon_ ? daemon_->id() : -1; }
 
-    /// Returns when it takes connections. Throws std::runtime_error when it cannot be started within ten seconds.
+    /// Returns once it takes connections. Throws std::runtime_error if it does not within ten seconds.
     void start();
-    /// As in a crash: at once, and its socket stays behind.
+    /// Kills it. Its clients see the connection break, and nobody can connect any more.
     void stop();
 
   private:

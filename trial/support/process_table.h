@@ -1,4 +1,4 @@
-// The processes of this machine, as /proc tells of them.
+// The processes of this machine, as /proc lists them.
 #pragma once
 
 #include <string>
@@ -11,11 +11,11 @@ struct Process {
     pid_t id = 0;
     pid_t parent = 0;
     pid_t session = 0;
-    /// Of the program, at most 15 bytes.
+    /// The program's, cut to 15 bytes.
     std::string name;
     bool isZombie = false;
 
-    /// The last of its arguments; empty when it has gone.
+    /// Empty if the process has gone.
     std::string lastArgument() const;
 };
 

@@ -25,7 +25,7 @@ constexpr const char* managerInterface = "org.freedesktop.login1.Manager";
 } // namespace
 
 struct SleepService::State {
-    /// Our end of a lock: readable, at its end, once the owner has closed the other one.
+    /// Our end of a lock: it becomes readable once the owner has closed the other end.
     struct Lock {
         Descriptor descriptor;
         EventSource released;
@@ -35,7 +35,7 @@ struct SleepService::State {
     mutable std::condition_variable changed;
     std::list<Lock> locks;
 
-    /// Ends before what it fills; the locks' descriptors are watched on its loop.
+    /// Declared last: it must have ended before what it fills is gone. Its loop watches the locks' descriptors.
     BusThread thread;
 
     explicit State(const std::string& address) : thread(address, [this](sd_bus& bus) { return manage(bus); }) {}

@@ -1,4 +1,4 @@
-// A login manager that can send the machine to sleep, as far as anybody on the bus can tell.
+// A stand-in for the login manager, of the part that announces sleep and hands out delay locks.
 #pragma once
 
 #include <chrono>
@@ -7,22 +7,22 @@
 
 namespace trial {
 
-/// Owns the login manager's name on a bus while it lives; hands out delay locks. From any thread.
+/// Owns the login manager's name on the bus while it lives. Thread-safe.
 class SleepService {
   public:
-    /// Throws std::system_error when there is no bus at that address.
+    /// Throws std::system_error if there is no bus at that address.
     explicit SleepService(const std::string& address);
     ~SleepService();
     SleepService(const SleepService&) = delete;
     SleepService& operator=(const SleepService&) = delete;
 
-    /// Announces that the machine goes to sleep (true) or has woken. Everybody on the bus can ask for it too, by the
-    /// manager's method of that name.
+    /// Announces that the machine is going to sleep (true) or has woken up. Others can have it do so by its bus method
+    /// of that name.
     void prepareForSleep(bool begins);
 
-    /// How many locks are held now, that is, handed out and not closed by their owner.
+    /// How many locks are handed out and not yet closed by their owners.
     std::size_t locks() const;
-    /// Blocks until that many are held or the deadline has passed; returns whether they are.
+    /// Blocks until `count` locks are held; false if that does not happen within `deadline`.
     bool waitForLocks(std::size_t count, std::chrono::milliseconds deadline = std::chrono::seconds{10}) const;
 
   private:

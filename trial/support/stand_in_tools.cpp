@@ -52,8 +52,8 @@ StandInTools::StandInTools(const fs::path& folder) : bin_(folder / "tools"), rec
 }
 
 void StandInTools::script(const std::string& name, const std::string& shellLines) const {
-    // Replaced by a rename, since the old one may just be starting; one printf is one write, so that calls made at
-    // once do not mix.
+    // Replaced by a rename, as the old one may just be starting. One printf is one write, so simultaneous calls do not
+    // mix.
     const fs::path fresh = bin_ / ("." + name);
     writeProgram(fresh, "#!/bin/sh\nprintf '%s\\0' $# " + shellQuoted(name) + " \"$@\" >> " +
                             shellQuoted(record_.string()) + "\n" + shellLines + "\n");
@@ -74,7 +74,7 @@ void StandInTools::scriptInstantPing(const std::string& silent) const {
 std::vector<ToolCall> StandInTools::calls() const {
     const std::string record = readFile(record_);
     std::vector<std::string> fields;
-    // A call is whole once all its fields are there; a last one without its end is still being written.
+    // The last call may not be complete yet.
     for (std::size_t at = 0, end = 0; (end = record.find('\0', at)) != std::string::npos; at = end + 1) {
         fields.push_back(record.substr(at, end - at));
     }

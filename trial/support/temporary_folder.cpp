@@ -40,7 +40,7 @@ void TemporaryFolder::write(std::string_view absolute, std::string_view content)
 std::string readFile(const fs::path& file) {
     const std::ifstream stream(file, std::ios::binary);
     std::ostringstream content;
-    // Unlike an iterator, this takes a failed read, as of a process that has just ended, for the end of the file.
+    // A failed read, as of a /proc file whose process has just ended, counts as the end of the file here.
     content << stream.rdbuf();
     return std::move(content).str();
 }

@@ -1,4 +1,4 @@
-// Files of a trial's or a test's own.
+// Files of a trial or a test.
 #pragma once
 
 #include <filesystem>
@@ -7,28 +7,28 @@
 
 namespace trial {
 
-/// A fresh temporary folder, removed with everything in it at the end. Its operations take absolute paths as the daemon
-/// does for which the folder is HAVREL_ROOT.
+/// A fresh temporary folder, removed with its contents at the end. Operations take the absolute paths that a daemon
+/// uses whose HAVREL_ROOT it is.
 class TemporaryFolder {
   public:
-    /// Throws std::runtime_error when it cannot be made.
+    /// Throws std::runtime_error if it can't be made.
     TemporaryFolder();
     ~TemporaryFolder();
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-    /// It is not to be removed after all.
+    /// Leaves the folder in place at the end.
     void keep() { kept_ = true; }
 
     const std::filesystem::path& path() const { return path_; }
 
-    /// Where an absolute path of the daemon's lies.
+    /// The real path of one of the daemon's.
     std::filesystem::path at(std::string_view absolute) const { return path_ / absolute.substr(1); }
 
     bool has(std::string_view absolute) const;
-    /// The content; empty when there is no such file.
+    /// The content; empty if there is no such file.
     std::string read(std::string_view absolute) const;
-    /// Writes a file and makes the folders above it.
+    /// Writes a file, making the folders above it. Throws std::runtime_error or std::filesystem::filesystem_error.
     void write(std::string_view absolute, std::string_view content) const;
 
   private:
@@ -36,11 +36,11 @@ class TemporaryFolder {
     bool kept_ = false;
 };
 
-/// The whole file; empty when it cannot be read.
+/// The whole file; empty if it can't be read.
 std::string readFile(const std::filesystem::path& file);
-/// Replaces or makes the file. Throws std::runtime_error when it cannot.
+/// Makes or overwrites the file. Throws std::runtime_error if that fails.
 void writeFile(const std::filesystem::path& file, std::string_view content);
-/// The same for a script that everybody may run.
+/// The same for a program that everybody may run.
 void writeProgram(const std::filesystem::path& file, std::string_view content);
 
 } // namespace trial

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t timestampLength = sizeof "yyyy-MM-dd HH:mm:ss : " - 1;
 
-/// A machine with one wired interface, that holds the default route, and a serial number.
+/// The facts of a machine with a serial number and one wired interface, which holds the default route.
 void makeUpMachine(const TrialRoot& root) {
     const std::string interface = "/sys/class/net/eth0/";
     root.write(interface + "address", "02:00:5e:10:00:01\n");

@@ -1,5 +1,5 @@
-// A file root of the trial's own, for HAVREL_ROOT: the product's folders as the installation leaves them, and a made-up
-// machine around them. What the daemon leaves in it is read from here too.
+// A folder for HAVREL_ROOT: the product's folders as after an installation, and a made-up machine around them. Also
+// reads what the daemon writes to it.
 #pragma once
 
 #include "foundation/value.h"
@@ -23,11 +23,11 @@ struct ProxyEntry {
 
 class TrialRoot : public TemporaryFolder {
   public:
-    /// With the product's folders and the install marker in it. Throws std::runtime_error or
-    /// std::filesystem::filesystem_error when it cannot.
+    /// With the product's folders and the install marker. Throws std::runtime_error or
+    /// std::filesystem::filesystem_error if it can't be made.
     TrialRoot();
 
-    /// A folder in it that the daemon knows nothing of, for what belongs to the trial.
+    /// A folder in it for the trial's own files, which the daemon does not use.
     std::filesystem::path folder() const { return at("/trial"); }
 
     /// Puts a user at the graphical console, "ann" or "bob", who has a home folder and a Trash from then on.
@@ -35,11 +35,11 @@ class TrialRoot : public TemporaryFolder {
     /// Puts the bundle NAME.app into /Applications.
     void installApplication(const std::string& name) const;
 
-    /// The property list in a file; nothing when it is missing or damaged.
+    /// The property list in a file; nullopt if it is missing or damaged.
     std::optional<platform::Value> propertyList(std::string_view absolute) const;
-    /// The records of a proxy-list file, in its order; nothing when it is missing or damaged.
+    /// The records of a proxy-list file, in its order; nullopt if it is missing or damaged.
     std::optional<std::vector<ProxyEntry>> proxies(std::string_view absolute) const;
-    /// The messages in a log file, without their timestamps.
+    /// The messages in a log file, without timestamps.
     std::vector<std::string> logged(std::string_view absolute) const;
 };
 

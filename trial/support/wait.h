@@ -1,4 +1,4 @@
-// Waiting for what another process does: no event tells, so a condition is asked again and again.
+// Waiting for what another process does. There is no event for that, so a condition is polled.
 #pragma once
 
 #include <chrono>
@@ -6,15 +6,16 @@
 
 namespace trial {
 
-/// Asks until the condition holds; false when it has not within the time.
+/// Polls until the condition holds; false if it does not within the time.
 template <typename Condition>
-bool eventually(Condition&& condition, std::chrono::milliseconds within = std::chrono::seconds(20)) {
+bool eventually(Condition&& condition, std::chrono::milliseconds within = std::chrono::seconds(20),
+                std::chrono::milliseconds interval = std::chrono::milliseconds(5)) {
     const auto end = std::chrono::steady_clock::now() + within;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::this_thread::sleep_for(interval);
     }
     return true;
 }

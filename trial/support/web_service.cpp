@@ -1,5 +1,7 @@
 #include "trial/support/web_service.h"
 
+#include "platform/linux/files/descriptor.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
@@ -12,6 +14,7 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <poll.h>
+#include <strings.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <system_error>
@@ -22,10 +25,11 @@ namespace trial {
 
 namespace {
 
+using platform::Descriptor;
 using std::chrono::milliseconds;
 
 constexpr milliseconds forever{-1};
-// How long a body's excess over its stated length, which a well-behaved client sends with the rest, may be on its way.
+/// How long to wait for bytes beyond the stated length of a body. Clients send them together with the rest.
 constexpr milliseconds excessGrace{20};
 constexpr milliseconds lingering{2000};
 constexpr std::size_t headLimit = std::size_t{64} << 10;
@@ -37,24 +41,9 @@ int must(int result, const char* what) {
     return result;
 }
 
-class Descriptor {
-  public:
-    explicit Descriptor(int number) : number_(number) {}
-
-    ~Descriptor() { ::close(number_); }
-
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int number() const { return number_; }
-
-  private:
-    int number_;
-};
-
-/// Waits until the descriptor is ready; false when the time is over or the service goes down.
+/// Waits until the descriptor is ready; false if the time is over or the service goes down.
 bool waitFor(int descriptor, short events, const Descriptor& down, milliseconds within) {
-    std::array<pollfd, 2> watched{{{descriptor, events, 0}, {down.number(), POLLIN, 0}}};
+    std::array<pollfd, 2> watched{{{descriptor, events, 0}, {down.get(), POLLIN, 0}}};
     int ready = 0;
     do {
         ready = ::poll(watched.data(), watched.size(), static_cast<int>(within.count()));
@@ -69,11 +58,11 @@ class Connection {
 
     bool accept(SSL_CTX* context) {
         tls_.reset(SSL_new(context));
-        return tls_ && SSL_set_fd(tls_.get(), socket_.number()) == 1 &&
+        return tls_ && SSL_set_fd(tls_.get(), socket_.get()) == 1 &&
                drive([this] { return SSL_accept(tls_.get()); }, forever) > 0;
     }
 
-    /// Appends what comes next; false at the end, or when nothing has come within the time.
+    /// Appends what comes next; false at the end, or if nothing comes within the time.
     bool read(std::string& to, milliseconds within = forever) {
         std::array<char, 16384> buffer{};
         const int count = drive([&] { return SSL_read(tls_.get(), buffer.data(), buffer.size()); }, within);
@@ -93,11 +82,11 @@ class Connection {
         return true;
     }
 
-    /// Nothing more will be written. The socket stays open: to close it over unread bytes would reset the connection
-    /// and take the answer with it.
+    /// Ends writing only: closing the socket over unread bytes would reset the connection, and the answer would be
+    /// lost.
     void finish() {
         drive([this] { return SSL_shutdown(tls_.get()) < 0 ? -1 : 1; }, lingering);
-        ::shutdown(socket_.number(), SHUT_WR);
+        ::shutdown(socket_.get(), SHUT_WR);
     }
 
     void stall() { waitFor(-1, 0, down_, forever); }
@@ -113,7 +102,7 @@ class Connection {
             }
             const int want = SSL_get_error(tls_.get(), result);
             const bool waits = want == SSL_ERROR_WANT_READ || want == SSL_ERROR_WANT_WRITE;
-            if (!waits || !waitFor(socket_.number(), want == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT, down_, within)) {
+            if (!waits || !waitFor(socket_.get(), want == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT, down_, within)) {
                 return 0;
             }
         }
@@ -123,12 +112,6 @@ class Connection {
     const Descriptor& down_;
     std::unique_ptr<SSL, decltype(&SSL_free)> tls_{nullptr, SSL_free};
 };
-
-std::string lowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return text;
-}
 
 WebRequest parseHead(std::string_view head) {
     WebRequest request;
@@ -152,7 +135,7 @@ WebRequest parseHead(std::string_view head) {
 
 std::size_t statedLength(const WebRequest& request) {
     for (const auto& [name, value] : request.headers) {
-        if (lowerCase(name) == "content-length") {
+        if (::strcasecmp(name.c_str(), "content-length") == 0) {
             return std::strtoull(value.c_str(), nullptr, 10);
         }
     }
@@ -211,10 +194,10 @@ struct WebService::State {
     Handler handler;
     WebManner manner = WebManner::serve;
     std::vector<WebRequest> requests;
-    // Counts up with every `reset`, so that what belongs to the time before is told apart.
+    // Counts the calls of `reset`, so that late bytes are not added to the wrong request.
     std::uint64_t age = 0;
     std::size_t connections = 0;
-    // Only the accepting thread starts these; they are joined once it has ended.
+    // Started by the acceptor only, and joined after it.
     std::vector<std::jthread> conversations;
     std::jthread acceptor;
 
@@ -223,21 +206,21 @@ struct WebService::State {
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
-        must(::bind(listener.number(), reinterpret_cast<sockaddr*>(&address), size), "bind");
-        must(::listen(listener.number(), SOMAXCONN), "listen");
-        must(::getsockname(listener.number(), reinterpret_cast<sockaddr*>(&address), &size), "getsockname");
+        must(::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), size), "bind");
+        must(::listen(listener.get(), SOMAXCONN), "listen");
+        must(::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&address), &size), "getsockname");
         port = ntohs(address.sin_port);
         acceptor = std::jthread([this] { acceptConnections(); });
     }
 
     void acceptConnections() {
-        // A client that has gone is a failed write, not a signal.
+        // A client that has gone should make a write fail, not raise a signal.
         sigset_t pipe;
         sigemptyset(&pipe);
         sigaddset(&pipe, SIGPIPE);
         pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-        while (waitFor(listener.number(), POLLIN, down, forever)) {
-            const int socket = ::accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        while (waitFor(listener.get(), POLLIN, down, forever)) {
+            const int socket = ::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
             if (socket >= 0) {
                 conversations.emplace_back([this, socket] { converse(socket); });
             }
@@ -318,7 +301,7 @@ WebService::WebService(const CertificateAuthority& authority, CertificateKind ki
 }
 
 WebService::~WebService() {
-    ::eventfd_write(state_->down.number(), 1);
+    ::eventfd_write(state_->down.get(), 1);
     state_->acceptor.join();
     state_->conversations.clear();
 }

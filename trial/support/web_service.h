@@ -1,5 +1,5 @@
-// A web service of one's own: HTTPS/1.1 on a loopback port that the system chooses. It keeps every request byte for
-// byte and answers as scripted, in every way in which a service can go wrong too.
+// A web service of the trial's own: HTTPS/1.1 on a loopback port that the system chooses. It keeps every request byte
+// by byte and answers as scripted, which includes the ways in which a service can misbehave.
 #pragma once
 
 #include "trial/support/certificates.h"
@@ -21,11 +21,11 @@ using WebHeaders = std::vector<std::pair<std::string, std::string>>;
 
 struct WebRequest {
     std::string method;
-    /// As sent: the path with its query.
+    /// The path with its query, as sent.
     std::string target;
-    /// In the order and with the spelling in which they came.
+    /// In the order and spelling in which they came.
     WebHeaders headers;
-    /// Every byte that came, also those beyond a "Content-length" that is too short.
+    /// All of it, also what goes beyond a "Content-length" that is too short.
     std::string body;
 
     /// The target up to the first "?".
@@ -35,29 +35,30 @@ struct WebRequest {
 };
 
 struct WebAnswer {
-    /// What follows the body: the connection's end, silence until the service goes down, or filler without end.
+    /// What follows the body: the end of the connection, silence until the service goes down, or blanks without end.
     enum class Ending { close, stall, endless };
 
     std::string body = {};
     int status = 200;
     WebHeaders headers = {};
-    /// The length to promise instead of the body's own; a longer one and `close` make an answer cut off, and with
-    /// `stall` one that stalls in its body. `endless` promises none unless it is set.
+    /// "Content-Length", if not the body's: a larger one makes an answer that is cut off or, with `stall`, stalls in
+    /// its body. Left out with `endless`, unless set here.
     std::optional<std::size_t> promisedLength = {};
     Ending ending = Ending::close;
 };
 
-/// How a connection is received.
+/// What happens to a connection.
 enum class WebManner { serve, closeAtOnce, stallBeforeTls, stallAfterTls };
 
+/// Thread-safe.
 class WebService {
   public:
     using Handler = std::function<WebAnswer(const WebRequest&)>;
 
-    /// Listens on 127.0.0.1 from now on; everything is answered by an empty 404 at first. Throws
-    /// std::system_error or std::runtime_error when it cannot.
+    /// Listens on 127.0.0.1 and answers with an empty 404 until scripted. Throws std::system_error or
+    /// std::runtime_error if it can't.
     explicit WebService(const CertificateAuthority& authority, CertificateKind kind = CertificateKind::good);
-    /// Ends every connection, stalled ones too.
+    /// Closes all connections, stalled ones included.
     ~WebService();
     WebService(const WebService&) = delete;
     WebService& operator=(const WebService&) = delete;
@@ -66,20 +67,20 @@ class WebService {
     /// "127.0.0.1:port".
     std::string host() const;
 
-    /// Scripts the answer for a path, whatever the method and the query. From any thread.
+    /// Scripts the answer for a path, for any method and query.
     void answer(const std::string& path, WebAnswer answer);
-    /// Scripts the answers for every path without one of its own; called on a connection's thread, several at once.
+    /// Scripts the answers for all other paths. The handler is called on the connections' threads, concurrently.
     void answerWith(Handler handler);
-    /// How connections are received from now on.
+    /// Sets what happens to connections from now on.
     void receive(WebManner manner);
 
-    /// The requests so far, in the order in which they were complete.
+    /// The requests so far, in the order in which they were completed.
     std::vector<WebRequest> requests() const;
-    /// How many connections have come, whatever became of them.
+    /// How many connections have come, served or not.
     std::size_t connections() const;
-    /// Waits until that many requests have come; false when they have not within the time.
+    /// Blocks until that many requests have come; false if they do not within the time.
     bool waitForRequests(std::size_t count, std::chrono::milliseconds within = std::chrono::seconds(10)) const;
-    /// Forgets the requests and the scripted answers, and serves again.
+    /// Forgets requests, connections and scripts, and serves again.
     void reset();
 
   private:
