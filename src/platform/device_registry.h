@@ -1,5 +1,4 @@
-// Hardware facts as a registry of entries: find by class, go to the parent, read a property. From any thread;
-// nothing is kept between calls.
+// Hardware facts from the system's device registry, read anew by each call. Thread-safe; nullopt when absent.
 #pragma once
 
 #include "foundation/value.h"
@@ -11,39 +10,25 @@
 
 namespace platform::device_registry {
 
+/// As the registry's own calls number them.
 using Status = std::int32_t;
 
 inline constexpr Status success = 0;
-/// The only failure there is.
 inline constexpr Status failure = 5;
 
-/// An entry: "IOEthernetInterface" with its parent, the network controller, or "IOPlatformExpertDevice".
-class Entry {
-  public:
-    Entry(std::string className, std::string path) : className_(std::move(className)), path_(std::move(path)) {}
-
-    const std::string& className() const { return className_; }
-
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string className_;
-    std::string path_;
+/// An Ethernet interface ("IOEthernetInterface") with what the registry knows of its network controller.
+struct EthernetInterface {
+    /// Of the look-up of the controller.
+    Status controllerStatus = success;
+    /// The controller's "IOMACAddress"; nullopt also when the look-up failed.
+    std::optional<Data> address = {};
 };
 
-/// A matching dictionary for a class; what stands under "IOPropertyMatch" restricts the search.
-std::optional<Dictionary> matching(const std::string& className);
+/// Replaces `interfaces` by those that the system marks as primary ("IOPrimaryInterface"), in its order. A system that
+/// has to make a matching dictionary first, and can't, prints "IOServiceMatching returned a NULL dictionary."
+Status findPrimaryInterfaces(std::vector<EthernetInterface>& interfaces);
 
-/// Every entry that matches, in the system's order.
-Status matchingServices(const Dictionary& matching, std::vector<Entry>& entries);
-/// The first entry that matches, or nothing.
-std::optional<Entry> matchingService(const Dictionary& matching);
-
-/// The entry's parent in the named plane ("IOService").
-Status parentEntry(const Entry& entry, const std::string& plane, std::optional<Entry>& parent);
-
-/// A copy of the property, or nothing: "IOMACAddress" (data) of a controller, "IOPlatformSerialNumber" (text) of
-/// the platform expert, "IOPrimaryInterface" (boolean) of an interface.
-std::optional<Value> property(const Entry& entry, const std::string& name);
+/// "IOPlatformSerialNumber" of the platform expert.
+std::optional<std::string> serialNumber();
 
 } // namespace platform::device_registry

@@ -1,5 +1,5 @@
-// The network: one blocking HTTPS request, the machine's own addresses, its proxy settings and its name.
-// Every operation may be called from any thread.
+// The network: one blocking HTTPS request, the machine's own addresses, its proxy settings and its name. Thread-safe;
+// nullopt when absent.
 #pragma once
 
 #include "foundation/error.h"
@@ -15,36 +15,37 @@ namespace platform::network {
 struct Request {
     std::string url;
     std::string method = "GET";
-    /// Set exactly as spelt, in this order. A "Content-length" here is sent as it is, whatever the body's length.
+    /// Sent as spelt, in this order. A "Content-length" is sent as given, whatever the body's length.
     std::vector<std::pair<std::string, std::string>> headers = {};
-    /// Absent: no body and no length header.
+    /// nullopt: neither a body nor a length header.
     std::optional<std::string> body = {};
+    /// For the whole transfer, from the name look-up to the last byte.
     std::chrono::milliseconds timeout{60'000};
 };
 
-/// The most that is accepted of an answer, in bytes; a longer one is a transport failure.
+/// The longest answer that is accepted, in bytes; a longer one is a transport failure.
 inline constexpr std::size_t answerLimit = std::size_t{16} << 20;
 
-/// Sends one HTTP/1.1 request over verified TLS and returns the answer's body whatever its status, or nothing with
-/// `error` filled: no connection, lookup or certificate failure, time-out (whatever stalls), a body cut short, an
-/// answer too long, a URL that is none or not https. Redirects are followed to https only.
+/// Sends the request over HTTP/1.1 and verified TLS and returns the answer's body, whatever its status. nullopt, with
+/// `error` filled, when the transfer fails: no connection, name or valid certificate, a time-out, a body cut short or
+/// too long, a URL that isn't https. Redirects are followed to https only, and with a body only within the same server.
 std::optional<std::string> sendSynchronousRequest(const Request& request, std::optional<Error>& error);
 
 struct InterfaceAddress {
     std::string interfaceName;
     bool isUp = false;
-    /// Absent when the entry has no IPv4 address.
+    /// nullopt when the entry holds an address of another family.
     std::optional<std::string> ipv4;
 };
 
-/// One entry for each address of each interface, in the system's order; nothing when it cannot be read.
+/// One entry for each address of each interface, in the system's order; nullopt when they can't be read.
 std::optional<std::vector<InterfaceAddress>> interfaceAddresses();
-/// The names that this system gives to its loopback and its primary wired interface; the latter empty when
-/// there is none.
+/// What this system calls its loopback.
 std::string loopbackInterface();
+/// What this system calls its primary wired interface; empty without one.
 std::string primaryInterface();
 
-/// Whether `inet_pton` takes the text for an address of the family.
+/// Whether `inet_pton` accepts the text.
 bool isIPv4Address(const std::string& text);
 bool isIPv6Address(const std::string& text);
 

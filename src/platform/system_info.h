@@ -1,4 +1,4 @@
-// Facts about this system and this process. From any thread.
+// Facts about the system and this process. Thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -12,18 +12,18 @@ struct Version {
     std::int64_t patch = 0;
 };
 
-/// The system's version; a part that cannot be read is 0.
+/// A part that can't be read is 0.
 Version systemVersion();
 
-/// The hardware model; empty when the system does not tell.
+/// Empty when unknown.
 std::string hardwareModel();
 
-/// The path of the application bundle that runs, or of the folder of the executable where there is no bundle.
+/// The application bundle that this process was started from; the executable's folder when it is in no bundle.
 std::string bundlePath();
 
-/// From the system's cryptographic generator.
+/// Uniform over all 32 bits, from the system's cryptographic generator.
 std::uint32_t random();
-/// Uniform below the bound, without bias; 0 for a bound below 2.
+/// Uniform from 0 to `bound` - 1, without bias; 0 for a bound below 2.
 std::uint32_t randomBelow(std::uint32_t bound);
 
 } // namespace platform::system_info

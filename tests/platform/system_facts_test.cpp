@@ -1,5 +1,3 @@
-#include "foundation/format.h"
-#include "foundation/text.h"
 #include "platform/clock.h"
 #include "platform/device_registry.h"
 #include "platform/network.h"
@@ -7,60 +5,141 @@
 #include "platform/system_info.h"
 #include "support/root_test.h"
 
-#include <tuple>
+#include <algorithm>
 #include <unistd.h>
 
 namespace {
 
 using namespace platform;
 
-/// Of a machine made up of files.
-using SystemFacts = support::RootTest;
+struct Card {
+    std::string name;
+    std::string address;
+    /// What its folder holds that tells its kind.
+    std::string mark;
+};
 
-TEST_F(SystemFacts, TheBestDefaultRouteTellsThePrimaryInterface) {
-    for (const std::string card : {"/sys/class/net/a/", "/sys/class/net/b/"}) {
-        root.write(card + "type", "1\n");
-        root.write(card + "address", "00:1b:2c:3d:4e:5f\n");
-        root.write(card + "device", "");
+/// A machine made up of files.
+class SystemFacts : public support::RootTest {
+  protected:
+    void install(const Card& card) const {
+        const std::string folder = "/sys/class/net/" + card.name + "/";
+        root.write(folder + "type", "1\n");
+        root.write(folder + "address", card.address + "\n");
+        root.write(folder + card.mark, "");
     }
-    const std::string none(32, '0');
-    const std::string way = "\t00000000\t010200C0\t0003\t0\t0\t%d\t00000000\n";
-    const std::string sixthWay = " 00 " + none + " 00 " + none + " 00000064 00000001 00000000 00000003     b\n";
-    const std::tuple<std::string, std::string, std::string> rows[] = {
-        {"", "", "a"},
-        {"b\t000200C0\t0\t0001\t0\t0\t0\t00FFFFFF\nb\t0000\n\n", "fe80" + none.substr(4) + sixthWay, "a"},
-        {text::format("Iface\tDestination\nb" + way, 100), "", "b"},
-        {text::format("a" + way + "b" + way, 200, 100), "", "b"},
-        {"", none + sixthWay, "b"}};
-    auto matching = *device_registry::matching("IOEthernetInterface");
-    matching["IOPropertyMatch"] = Dictionary{{"IOPrimaryInterface", true}};
-    for (const auto& [table, sixthTable, primary] : rows) {
-        root.write("/proc/net/route", table);
-        root.write("/proc/net/ipv6_route", sixthTable);
-        EXPECT_EQ(network::primaryInterface(), primary) << table;
-        std::vector<device_registry::Entry> entries;
-        EXPECT_EQ(device_registry::matchingServices(matching, entries), 0);
-        EXPECT_THAT(entries, testing::ElementsAre(testing::Property(&device_registry::Entry::path, primary)));
+};
+
+TEST_F(SystemFacts, TheBestCardIsThePrimaryInterface) {
+    const Card first{"eth0", "00:1B:2C:3D:4E:5F", "device"};
+    const Card second{"eth1", "00:1b:2c:3d:4e:60", "device"};
+    const Card local{"abc0", "52:54:00:00:00:01", "device"};
+    const Card wireless{"aaa0", "00:1b:2c:3d:4e:61", "phy80211"};
+    const Card bridge{"br0", "00:1b:2c:3d:4e:61", "bridge"};
+    const Card container{"veth", "02:42:ac:11:00:02", "duplex"};
+
+    struct {
+        const char* name;
+        std::vector<Card> cards;
+        std::string defaultRoute; // the interface that holds it
+        std::string primary;
+    } const cases[] = {
+        {"no card", {}, "", ""},
+        {"wireless only", {wireless}, "aaa0", ""},
+        {"one wired", {wireless, first}, "aaa0", "eth0"},
+        {"two wired", {second, first}, "", "eth0"},
+        {"two wired, one the way out", {first, second}, "eth1", "eth1"},
+        {"a local address alone", {local, wireless}, "", "abc0"},
+        {"a local address beside a maker's", {local, first}, "abc0", "eth0"},
+        {"a bridge, the way out", {first, bridge}, "br0", "eth0"},
+        {"a container's", {container}, "veth", "veth"},
+        {"a container's, not the way out", {container}, "", ""},
+    };
+
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        std::filesystem::remove_all(root.at("/sys"));
+        std::ranges::for_each(row.cards, [this](const Card& card) { install(card); });
+        root.write("/proc/net/route", row.defaultRoute + " 0 010200C0 0003 0 0 100 0\n");
+        EXPECT_EQ(network::primaryInterface(), row.primary);
+    }
+}
+
+TEST_F(SystemFacts, TheBestDefaultRouteTellsEqualCardsApart) {
+    const std::string head = "Iface\tDestination\tGateway\n";
+    const std::string zeros(32, '0');
+    const std::string way6 = " 00 " + zeros + " 00 " + zeros + " 00000064 00000001 00000000 00000003     b\n";
+
+    struct {
+        const char* name;
+        std::string routes;
+        std::string routes6;
+        std::string primary;
+    } const cases[] = {
+        {"no table", "", "", "a"},
+        {"a default route", head + "b\t00000000\t010200C0\t0003\t0\t0\t100\t00000000\n", "", "b"},
+        {"the lower metric",
+         "a\t00000000\t010200C0\t0003\t0\t0\t200\t00000000\nb\t00000000\t010200C0\t0003\t0\t0\t100\t00000000\n", "",
+         "b"},
+        {"a network's route", "b\t000200C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\n", "", "a"},
+        {"a route that is down", "b\t00000000\t010200C0\t0002\t0\t0\t0\t00000000\n", "", "a"},
+        {"a short line", "b\t00000000\n\n", "", "a"},
+        {"a default route of IPv6", "", zeros + way6, "b"},
+        {"another route of IPv6", "", "fe80" + zeros.substr(4) + way6, "a"},
+    };
+
+    install({"a", "00:1b:2c:3d:4e:5f", "device"});
+    install({"b", "00:1b:2c:3d:4e:60", "device"});
+    for (const auto& row : cases) {
+        root.write("/proc/net/route", row.routes);
+        root.write("/proc/net/ipv6_route", row.routes6);
+        EXPECT_EQ(network::primaryInterface(), row.primary) << row.name;
+    }
+}
+
+TEST_F(SystemFacts, TheRegistryGivesThePrimaryInterfacesAddress) {
+    struct {
+        const char* name;
+        std::string text;
+        std::optional<Data> address;
+    } const cases[] = {
+        {"upper case", "0A:1B:2C:3D:4E:5F", Data{"\x0a\x1b\x2c\x3d\x4e\x5f"}},
+        {"five bytes", "0a:1b:2c:3d:4e", {}},
+        {"a long byte", "00a:1b:2c:3d:4e:5f", {}},
+        {"no number", "0a:1b:2c:3d:4e:5g", {}},
+    };
+
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        install({"eth0", row.text, "device"});
+        std::vector<device_registry::EthernetInterface> interfaces;
+        EXPECT_EQ(device_registry::findPrimaryInterfaces(interfaces), device_registry::success);
+        ASSERT_EQ(interfaces.size(), 1U);
+        EXPECT_EQ(interfaces[0].address, row.address);
     }
 }
 
 TEST_F(SystemFacts, TheSerialNumberIsTheFirstUsableOne) {
     root.write("/sys/class/dmi/id/board_serial", "None");
     root.write("/sys/firmware/devicetree/base/serial-number", std::string("1000000abc\0", 11));
-    for (const std::string serial : {" C02X \n", "", "0", "To Be Filled By O.E.M.\n", "000-000\n"}) {
-        root.write("/sys/class/dmi/id/product_serial", serial);
-        EXPECT_EQ(device_registry::property({"IOPlatformExpertDevice", ""}, "IOPlatformSerialNumber"),
-                  Value(serial.starts_with(" C") ? "C02X" : "1000000abc"));
+    for (const std::string unusable : {"", "0", "To Be Filled By O.E.M.\n", "000-000\n"}) {
+        root.write("/sys/class/dmi/id/product_serial", unusable);
+        EXPECT_EQ(device_registry::serialNumber(), "1000000abc") << unusable;
     }
+    root.write("/sys/class/dmi/id/product_serial", " C02X \n");
+    EXPECT_EQ(device_registry::serialNumber(), "C02X");
 }
 
 TEST_F(SystemFacts, ModelAndNameComeFromTheRoot) {
     root.write("/sys/class/dmi/id/product_name", "Model 1\n");
-    root.write("/etc/hostname", "box\n");
     EXPECT_EQ(system_info::hardwareModel(), "Model 1");
+    root.write("/etc/hostname", "box\n");
     EXPECT_EQ(network::computerName(), "box");
     root.write("/etc/machine-info", "PRETTY_HOSTNAME=\"Ann's \\\"Box\\\"\"\n");
     EXPECT_EQ(network::computerName(), "Ann's \"Box\"");
+}
+
+TEST_F(SystemFacts, VersionAndBundleAreThisProcesss) {
     EXPECT_GE(system_info::systemVersion().major, 5);
     EXPECT_EQ(system_info::bundlePath(), std::filesystem::read_symlink("/proc/self/exe").parent_path());
 }
@@ -92,22 +171,29 @@ TEST_F(SystemFacts, HomeFoldersStandInTheUserDatabase) {
 }
 
 TEST_F(SystemFacts, TheConsoleUserIsWhoseDesktopIsActive) {
-    const auto userOf = [&](const std::string& session, const std::string& facts) {
-        root.write("/run/systemd/seats/seat0", "# private\nIS_SEAT0=1\nACTIVE=" + session + "\nACTIVE_UID=7\n");
-        root.write("/run/systemd/sessions/c2", text::replaceAll(facts, " ", "\n"));
-        return session::consoleUser();
+    struct {
+        const char* name;
+        std::string session;
+        std::string facts;
+        std::optional<std::string> user;
+    } const cases[] = {
+        {"a desktop", "c2", "UID=1000\nCLASS=user\nTYPE=wayland\n", "ann"},
+        {"an older desktop", "c2", "UID=1000\nUSER=x\nCLASS=user\nTYPE=x11\n", "ann"},
+        {"a path for a name", "../sessions/c2", "UID=1000\nCLASS=user\nTYPE=x11\n", {}},
+        {"a text login", "c2", "UID=1000\nCLASS=user\nTYPE=tty\n", {}},
+        {"a login screen", "c2", "UID=1000\nCLASS=greeter\nTYPE=x11\n", {}},
+        {"no class", "c2", "UID=1000\nSUBCLASS=user\nTYPE=x11\n", {}},
+        {"an unknown user", "c2", "UID=4242\nCLASS=user\nTYPE=x11\n", {}},
+        {"no user", "c2", "CLASS=user\nTYPE=x11\n", {}},
     };
+
     root.write("/etc/passwd", "ann:x:1000:1000:Ann:/Users/ann:/bin/sh\n");
     EXPECT_EQ(session::consoleUser(), std::nullopt) << "no seat";
-    EXPECT_EQ(userOf("c2", "UID=1000 USER=x CLASS=user TYPE=wayland"), "ann");
-    EXPECT_EQ(userOf("../sessions/c2", "UID=1000 CLASS=user TYPE=x11"), std::nullopt);
-    for (const char* facts :
-         {"UID=1000 CLASS=user TYPE=tty", "UID=1000 CLASS=greeter TYPE=x11", "UID=1000 SUBCLASS=user TYPE=x11",
-          "UID=4242 CLASS=user TYPE=x11", "CLASS=user TYPE=x11"}) {
-        EXPECT_EQ(userOf("c2", facts), std::nullopt) << facts;
+    for (const auto& row : cases) {
+        root.write("/run/systemd/seats/seat0", "# private\nIS_SEAT0=1\nACTIVE=" + row.session + "\nACTIVE_UID=7\n");
+        root.write("/run/systemd/sessions/c2", row.facts);
+        EXPECT_EQ(session::consoleUser(), row.user) << row.name;
     }
-    fakes::deployment::setRoot("");
-    static_cast<void>(session::consoleUser()); // whoever sits here, if there is a login manager at all
 }
 
 } // namespace

@@ -14,10 +14,6 @@ namespace platform::device_registry {
 
 namespace {
 
-constexpr auto interfaceClass = "IOEthernetInterface";
-constexpr auto controllerClass = "IOEthernetController";
-constexpr auto expertClass = "IOPlatformExpertDevice";
-
 /// What makers leave in the field when they do not fill it, in lower case.
 constexpr std::array<std::string_view, 19> placeholders{"to be filled by o.e.m.",
                                                         "to be filled by oem",
@@ -50,92 +46,40 @@ bool isUsable(const std::string& serial) {
     return std::adjacent_find(text.begin(), text.end(), std::not_equal_to<>()) != text.end();
 }
 
-std::optional<Value> serialNumber() {
-    for (const auto* path :
-         {"/sys/class/dmi/id/product_serial", "/sys/class/dmi/id/board_serial", "/sys/class/dmi/id/product_uuid",
-          "/sys/firmware/devicetree/base/serial-number", "/proc/device-tree/serial-number"}) {
-        const auto content = readSystemFile(path);
-        // The device tree ends its texts with a zero byte.
-        const std::string serial =
-            text::trim(text::makeValidUtf8(content.value_or("")), std::string_view(" \t\n\0", 4));
-        if (isUsable(serial)) {
-            return serial;
-        }
-    }
-    return std::nullopt;
-}
-
-/// The six bytes of "0a:1b:2c:3d:4e:5f".
-std::optional<Value> hardwareAddress(const std::string& interface) {
-    const auto pieces = text::split(network_interfaces::attribute(interface, "address"), ":");
+/// The six bytes of "0a:1b:2c:3d:4e:5f"; nullopt for any other text.
+std::optional<Data> parseAddress(const std::string& text) {
+    constexpr std::size_t addressSize = 6;
     Data address;
-    for (const std::string& piece : pieces) {
+    for (const std::string& piece : text::split(text, ":")) {
         const auto byte = text::wholeNumber<unsigned char>(piece, 16);
         if (piece.size() != 2 || !byte) {
             return std::nullopt;
         }
         address.bytes += static_cast<char>(*byte);
     }
-    return address.bytes.size() == 6 ? std::optional<Value>(address) : std::nullopt;
-}
-
-/// An interface's or its controller's path is the interface's name; the platform expert has no need of one.
-std::vector<Entry> entriesOf(const std::string& className) {
-    std::vector<Entry> entries;
-    if (className == expertClass) {
-        entries.emplace_back(expertClass, "");
-    } else if (className == interfaceClass) {
-        for (const std::string& name : network_interfaces::wired()) {
-            entries.emplace_back(interfaceClass, name);
-        }
-    }
-    return entries;
+    return address.bytes.size() == addressSize ? std::optional(address) : std::nullopt;
 }
 
 } // namespace
 
-std::optional<Dictionary> matching(const std::string& className) { return Dictionary{{"IOProviderClass", className}}; }
-
-Status matchingServices(const Dictionary& matching, std::vector<Entry>& entries) {
-    entries.clear();
-    const auto wantedClass = matching.find("IOProviderClass");
-    if (wantedClass == matching.end() || wantedClass->second.text() == nullptr) {
-        return failure;
+Status findPrimaryInterfaces(std::vector<EthernetInterface>& interfaces) {
+    interfaces.clear();
+    if (const std::string name = network_interfaces::primary(); !name.empty()) {
+        interfaces.push_back({success, parseAddress(network_interfaces::attribute(name, "address"))});
     }
-    entries = entriesOf(*wantedClass->second.text());
-    const auto wanted = matching.find("IOPropertyMatch");
-    if (wanted != matching.end() && wanted->second.dictionary() != nullptr) {
-        for (const auto& one : *wanted->second.dictionary()) {
-            std::erase_if(entries, [&](const Entry& entry) { return property(entry, one.first) != one.second; });
+    return success;
+}
+
+std::optional<std::string> serialNumber() {
+    for (const auto* path :
+         {"/sys/class/dmi/id/product_serial", "/sys/class/dmi/id/board_serial", "/sys/class/dmi/id/product_uuid",
+          "/sys/firmware/devicetree/base/serial-number", "/proc/device-tree/serial-number"}) {
+        const auto content = readSystemFile(path);
+        // The device tree ends its texts with a zero byte.
+        std::string serial = text::trim(text::makeValidUtf8(content.value_or("")), std::string_view(" \t\n\0", 4));
+        if (isUsable(serial)) {
+            return serial;
         }
-    }
-    return success;
-}
-
-std::optional<Entry> matchingService(const Dictionary& matching) {
-    std::vector<Entry> entries;
-    matchingServices(matching, entries);
-    return entries.empty() ? std::nullopt : std::optional(entries.front());
-}
-
-Status parentEntry(const Entry& entry, const std::string& plane, std::optional<Entry>& parent) {
-    parent.reset();
-    if (entry.className() != interfaceClass || plane != "IOService") {
-        return failure;
-    }
-    parent = Entry(controllerClass, entry.path());
-    return success;
-}
-
-std::optional<Value> property(const Entry& entry, const std::string& name) {
-    if (entry.className() == controllerClass && name == "IOMACAddress") {
-        return hardwareAddress(entry.path());
-    }
-    if (entry.className() == interfaceClass && name == "IOPrimaryInterface") {
-        return Value(entry.path() == network_interfaces::primary());
-    }
-    if (entry.className() == expertClass && name == "IOPlatformSerialNumber") {
-        return serialNumber();
     }
     return std::nullopt;
 }
