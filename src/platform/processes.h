@@ -1,40 +1,44 @@
-// Other programs. Children get a clean signal mask, default signal handlers, and no descriptors but the standard
-// ones. Each call may come from any thread and leaves no descriptor and no zombie behind.
+// Other programs. A child gets this process's environment, an empty signal mask, default signal handlers and no
+// descriptors but the standard ones, with nothing on standard input; no call leaves a descriptor or a zombie behind.
+// Thread-safe.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace platform::processes {
 
-/// Runs the line with `/bin/sh -c` and waits; returns the raw wait status as the C function does (-1 when no shell
-/// could be started).
+/// Runs the line with `/bin/sh -c` and waits for the shell. Returns its raw wait status, as the C function does; -1
+/// when it can't be started.
 int system(const std::string& commandLine);
 
-/// What a task wrote. Beyond 16 MiB each, output is read and thrown away.
+/// What a task wrote; of each, everything beyond 16 MiB is dropped.
 struct TaskOutput {
     std::string standardOutput;
     std::string standardError;
 };
 
-/// Which of a task's outputs go to pipes; the other one is inherited.
+/// Which outputs of a task are captured; the other one stays this process's own.
 enum class Capture { standardOutput, standardError, both };
 
-/// Runs a program and reads its piped outputs to their end, both at once, however they are interleaved; then waits for
-/// it. Raises platform::Exception when it cannot be started.
+/// Runs a program until its captured outputs have ended, then waits for it. `program` is looked up on PATH when it has
+/// no "/". Throws platform::Exception when it can't be started.
 TaskOutput runTask(const std::string& program, const std::vector<std::string>& arguments, Capture capture);
 
-/// Starts a program of the product, whose path lies below HAVREL_ROOT, and returns at once; it is not waited for and
-/// leaves no zombie. False when it cannot be started.
-bool launch(const std::string& program, const std::vector<std::string>& arguments);
+/// Starts a program whose path lies below HAVREL_ROOT and returns while it runs. It outlives this process; init reaps
+/// it. A program that can't be started is reported on standard error.
+void launch(const std::string& program, const std::vector<std::string>& arguments);
 
-/// Opens an application bundle: the executable that its Info.plist names, as the user at the console. Not waited for.
-bool launchApplication(const std::string& bundlePath);
+/// The same for an application bundle: the executable that its Info.plist names, run as the user at the console.
+void launchApplication(const std::string& bundlePath);
 
-/// Pings the address for six seconds and returns what the ping program wrote, its summary in the form
-/// "min/avg/max/stddev = a/b/c/d ms" (absent when no reply came). The address is never read as an option. Blocks
-/// for about six seconds, a stalled lookup included. Raises platform::Exception when ping cannot be started.
+/// Pings the address for six seconds and returns what the ping program wrote to standard output (the last 64 KiB), its
+/// summary in the form "min/avg/max/stddev = a/b/c/d ms"; there is none when no reply came. Blocks all the while, two
+/// seconds longer at most. The address is never read as an option. Throws platform::Exception when the address is empty
+/// or nothing can be started.
 std::string ping(const std::string& address);
+
+/// Kills the pings under way; later ones throw. For the end of the process.
+void endPings();
 
 } // namespace platform::processes

@@ -24,11 +24,12 @@ platform::processes::TaskOutput platform::processes::runTask(const std::string& 
     return call(onTask, lineOf(arguments, program));
 }
 
-bool platform::processes::launch(const std::string& program, const std::vector<std::string>& arguments) {
+void platform::processes::launch(const std::string& program, const std::vector<std::string>& arguments) {
     calls.add(lineOf(arguments, program));
-    return true;
 }
 
-bool platform::processes::launchApplication(const std::string& bundlePath) { return launch("open", {bundlePath}); }
+void platform::processes::launchApplication(const std::string& bundlePath) { calls.add("open " + bundlePath); }
 
 std::string platform::processes::ping(const std::string& address) { return call(onPing, address, "ping "); }
+
+void platform::processes::endPings() { calls.add("end pings"); }

@@ -1,18 +1,17 @@
 #include "platform/processes.h"
 
 #include "foundation/error.h"
-#include "foundation/value.h"
-#include "platform/linux/processes/child_process.h"
+#include "foundation/text.h"
+#include "platform/linux/files/descriptor.h"
 #include "platform/linux/processes/ping_program.h"
 #include "support/root_test.h"
-#include "trial/support/temporary_folder.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <tuple>
+#include <thread>
 
 namespace {
 
@@ -21,7 +20,7 @@ using namespace std::chrono_literals;
 using platform::processes::Capture;
 using namespace testing;
 
-class Processes : public Test {
+class Processes : public support::RootTest {
   protected:
     Processes() { mkfifo(fifo.c_str(), 0666); }
 
@@ -32,8 +31,34 @@ class Processes : public Test {
         setenv("PATH", path.c_str(), 1);
     }
 
-    trial::TemporaryFolder folder;
-    const std::string fifo = folder.at("/fifo");
+    /// What programs that are not waited for write to standard error, until the last of them has ended.
+    template <typename Work>
+    std::string standardErrorDuring(Work work) const {
+        int ends[2];
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        const int usual = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[1]);
+        work();
+        dup2(usual, STDERR_FILENO);
+        close(usual);
+        const std::string written = trial::readFile("/dev/fd/" + std::to_string(ends[0]));
+        close(ends[0]);
+        return written;
+    }
+
+    void writeScript(const std::string& file, const std::string& lines) const {
+        root.write(file, "");
+        trial::writeProgram(root.at(file), "#!/bin/sh\n" + lines);
+    }
+
+    /// From now on "ping" is a script with these lines.
+    void replacePing(const std::string& lines) const {
+        writeScript("/bin/ping", lines);
+        setenv("PATH", (root.at("/bin").string() + ":" + path).c_str(), 1);
+    }
+
+    const std::string fifo = root.at("/fifo");
     const std::string path = std::getenv("PATH");
     const std::ptrdiff_t descriptors = support::openDescriptors();
     /// Another test's server may run beside, then it is 0.
@@ -41,29 +66,44 @@ class Processes : public Test {
 };
 
 TEST_F(Processes, SystemReturnsTheRawWaitStatus) {
-    const std::pair<std::string, int> rows[] = {{"test 'b  c' = \"b  c\"", 0},
-                                                {"exit 3", 3 << 8},
-                                                {"/nowhere/at/all 2>/dev/null", 127 << 8},
-                                                {"kill -9 $$", SIGKILL},
-                                                {std::string("true\0false", 10), -1}};
-    for (const auto& [line, status] : rows) {
-        EXPECT_EQ(processes::system(line), status) << line;
+    const struct {
+        std::string line;
+        int status;
+    } rows[] = {{"test 'b  c' = \"b  c\"", 0},
+                {"exit 3", 3 << 8},
+                {"/nowhere/at/all 2>/dev/null", 127 << 8},
+                {"kill -9 $$", SIGKILL},
+                {std::string("true\0false", 10), -1}};
+
+    for (const auto& row : rows) {
+        EXPECT_EQ(processes::system(row.line), row.status) << row.line;
     }
 }
 
-TEST_F(Processes, TasksAreReadToTheEndOfBothOutputs) {
-    const std::tuple<const char*, Capture, std::size_t, std::size_t> rows[] = {
-        {"head -c 10000000 /dev/zero & head -c 10000000 /dev/zero >&2; wait", Capture::both, 10'000'000, 10'000'000},
-        {"head -c 10000000 /dev/zero >&2; head -c 10000000 /dev/zero", Capture::both, 10'000'000, 10'000'000},
-        {"head -c 30000000 /dev/zero; echo done >&2", Capture::both, 16 << 20, 5},
-        {"exec >/dev/null; echo hidden; echo seen >&2", Capture::standardError, 0, 5},
-        {"exec 2>/dev/null; echo seen; (sleep 0.1; echo late) &", Capture::standardOutput, 10, 0},
-        {"echo last words; kill -9 $$", Capture::standardOutput, 11, 0},
+TEST_F(Processes, TasksAreReadToTheEndOfTheirOutputs) {
+    const struct {
+        const char* name;
+        const char* line;
+        Capture capture;
+        std::size_t outputSize, errorSize;
+    } rows[] = {
+        {"both at once", "head -c 10000000 /dev/zero & head -c 10000000 /dev/zero >&2; wait", Capture::both, 10'000'000,
+         10'000'000},
+        {"one after the other", "head -c 10000000 /dev/zero >&2; head -c 10000000 /dev/zero", Capture::both, 10'000'000,
+         10'000'000},
+        {"more than is kept", "head -c 30000000 /dev/zero; echo done >&2", Capture::both, 16 << 20, 5},
+        {"standard error alone", "exec >/dev/null; echo hidden; (sleep 0.1; head -c 100000 /dev/zero >&2) &",
+         Capture::standardError, 0, 100'000},
+        {"standard output alone", "exec 2>/dev/null; echo seen; (sleep 0.1; echo late) &", Capture::standardOutput, 10,
+         0},
+        {"killed", "echo last words; kill -9 $$", Capture::standardOutput, 11, 0},
     };
-    for (const auto& [line, capture, outputSize, errorSize] : rows) {
-        const auto written = processes::runTask("/bin/sh", {"-c", line}, capture);
-        EXPECT_EQ(written.standardOutput.size(), outputSize) << line;
-        EXPECT_EQ(written.standardError.size(), errorSize) << line;
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto written = processes::runTask("/bin/sh", {"-c", row.line}, row.capture);
+        EXPECT_EQ(written.standardOutput.size(), row.outputSize);
+        EXPECT_EQ(written.standardError.size(), row.errorSize);
     }
     EXPECT_THROW(processes::runTask("/nowhere/at/all", {}, Capture::both), Exception);
 }
@@ -75,67 +115,98 @@ TEST_F(Processes, ChildrenInheritNeitherSignalsNorDescriptors) {
     sigfillset(&all);
     sigprocmask(SIG_BLOCK, &all, &before);
     std::signal(SIGPIPE, SIG_IGN);
-    const std::string facts = "sed -n 's/^Sig[BI][lg][kn]:.*\\(.......\\)$/\\1/p' /proc/self/status;"
+    const std::string facts = "{ sed -n 's/^Sig[BI][lg][kn]:.*\\(.......\\)$/\\1/p' /proc/self/status;"
                               "readlink /proc/self/fd/0; test -e /proc/self/fd/100 && echo leak;"
                               "[ $(cut -d' ' -f5 /proc/$$/stat) = " +
-                              std::to_string(getpgrp()) + " ] && echo same group";
+                              std::to_string(getpgrp()) + " ] && echo same group; } >&2";
     const std::string clean = "0000000\n0000000\n/dev/null\n";
-    EXPECT_EQ(processes::runTask("/bin/sh", {"-c", facts}, Capture::standardOutput).standardOutput, clean);
-    processes::system("{ " + facts + "; } > " + folder.at("/facts").string());
-    EXPECT_EQ(folder.read("/facts"), clean);
-    // The child waits for the fifo's reader, who comes only after the launch has returned.
-    EXPECT_TRUE(processes::launch("/bin/sh", {"-c", "{ " + facts + "; echo $1 $PPID; } > " + fifo, "sh", "a b"}));
-    EXPECT_THAT(trial::readFile(fifo),
-                AllOf(StartsWith(clean + "a b "), Not(EndsWith(" " + std::to_string(getpid()) + "\n"))));
+    EXPECT_EQ(processes::runTask("/bin/sh", {"-c", facts}, Capture::standardError).standardError, clean);
+    EXPECT_EQ(standardErrorDuring([&] { processes::system(facts); }), clean);
+    fakes::deployment::setRoot("");
+    EXPECT_EQ(standardErrorDuring([&] { processes::launch("/bin/sh", {"-c", facts}); }), clean);
     std::signal(SIGPIPE, SIG_DFL);
     sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
-TEST_F(Processes, ProgramsStartAsTheUserOrNotAtAll) {
-    auto account = child_process::accountOf("nobody");
-    ASSERT_TRUE(account);
-    std::filesystem::permissions(folder.path(), std::filesystem::perms::all);
-    std::filesystem::permissions(fifo, std::filesystem::perms::all);
-    const std::vector<std::string> arguments{"-c", "echo $(id -u) $(id -g) $(id -G) $HOME $USER $LOGNAME > " + fifo};
-    const bool started = child_process::startDetached("/bin/sh", arguments, account);
-    EXPECT_EQ(started, geteuid() == 0);
-    EXPECT_EQ(started ? trial::readFile(fifo) : "", started ? "65534 65534 65534 /nonexistent nobody nobody\n" : "");
-    account->user = static_cast<uid_t>(-1);
-    EXPECT_FALSE(child_process::startDetached("/bin/sh", arguments, account));
-    EXPECT_FALSE(child_process::accountOf("no such user"));
-    EXPECT_FALSE(processes::launchApplication("/Applications/Nowhere.app"));
-    for (const std::string& program : {std::string("/nowhere/at/all"), fifo, std::string("/bin/true\0", 10)}) {
-        EXPECT_FALSE(processes::launch(program, {})) << program;
+TEST_F(Processes, LaunchedProgramsRunOnAsInitsChildren) {
+    writeScript("/program",
+                "echo $1 $(cat " + fifo + ") >&2\n[ $PPID != " + std::to_string(getpid()) + " ] || echo a child >&2\n");
+    const std::string written = standardErrorDuring([&] {
+        processes::launch("/program", {"a b"});
+        trial::writeFile(fifo, "after the launch"); // blocks until the program reads
+    });
+    EXPECT_EQ(written, "a b after the launch\n");
+}
+
+TEST_F(Processes, WhatCannotBeLaunchedIsReported) {
+    for (const std::string& program : {std::string("/nowhere/at/all"), std::string("/fifo"), std::string("/x\0", 3)}) {
+        EXPECT_NE(standardErrorDuring([&] { processes::launch(program, {}); }), "") << program;
     }
+    EXPECT_NE(standardErrorDuring([&] { processes::launchApplication("/Applications/Nowhere.app"); }), "");
+}
+
+TEST_F(Processes, ApplicationsRunAsTheUserAtTheConsoleOrNotAtAll) {
+    std::filesystem::permissions(root.path(), std::filesystem::perms::all);
+    root.write("/etc/passwd", "nobody:x:65534:65534::/:/bin/sh\n");
+    root.write("/run/systemd/seats/seat0", "ACTIVE=1\n");
+    root.write("/run/systemd/sessions/1", "UID=65534\nCLASS=user\nTYPE=x11\n");
+    root.write("/A.app/Contents/Info.plist",
+               "<plist><dict><key>CFBundleExecutable</key><string>Program</string></dict></plist>");
+    writeScript("/A.app/Contents/MacOS/Program", "echo $(id -u) $(id -g) $(id -G) $HOME $USER $LOGNAME "
+                                                 "$XDG_RUNTIME_DIR >&2\ngrep CapEff /proc/self/status >&2\n");
+    const Matcher<std::string> asNobody = "65534 65534 65534 /nonexistent nobody nobody /run/user/65534\n"
+                                          "CapEff:\t0000000000000000\n";
+    const Matcher<std::string> notAtAll = StartsWith("setpriv: "); // only root can become somebody else
+    EXPECT_THAT(standardErrorDuring([] { processes::launchApplication("/A.app"); }),
+                geteuid() == 0 ? asNobody : notAtAll);
 }
 
 TEST_F(Processes, PingHasADeadlineAndItsSummaryIsTranslated) {
     const std::string summary = "echo 'rtt min/avg/max/mdev = 1.5/2/3/0 ms'\n";
     const std::string translated = "rtt min/avg/max/stddev = 1.5/2/3/0 ms\n";
-    const std::pair<std::string, std::string> rows[] = {
-        {"echo $# $1 $2 $3 $4 $5 $LC_ALL", "5 -n -w 6 -- -f C\n"},
-        {"yes | head -c 500000\n" + summary, translated},
-        {"exec yes", "y\n"},
-        {"trap \"" + summary + "exit\" INT; while :; do sleep 100; done", translated},
-        {"trap '' INT; echo killed; sleep 100", "killed\n"},
-        {"echo gone; exec >/dev/null; sleep 100", "gone\n"},
-        {"echo left; sleep 9 & exit 1", "left\n"},
+
+    const struct {
+        const char* name;
+        std::string script, end;
+    } rows[] = {
+        {"an address like an option", "echo $# $1 $2 $3", "3 -n -- -f\n"},
+        {"a flood of replies", "yes | head -c 500000\n" + summary, translated},
+        {"a flood without an end", "exec yes", "y\n"},
+        {"interrupted", "trap \"" + summary + "exit\" INT; while :; do sleep 100; done", translated},
+        {"killed", "trap '' INT; echo killed; sleep 100", "killed\n"},
+        {"output closed early", "echo gone; exec >/dev/null; sleep 100", "gone\n"},
     };
-    for (const auto& [script, end] : rows) {
-        folder.write("/ping", "#!/bin/sh\n" + script);
-        std::filesystem::permissions(folder.at("/ping"), std::filesystem::perms::all);
-        setenv("PATH", (folder.path().string() + ":" + path).c_str(), 1);
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        replacePing(row.script);
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_THAT(runPing("-f", {300ms, 300ms}), EndsWith(end)) << script;
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 5s) << script;
+        EXPECT_THAT(runPing("-f", {.interrupt = "0.3", .kill = "0.3"}), EndsWith(row.end));
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
     }
-    setenv("PATH", path.c_str(), 1);
-    EXPECT_THAT(runPing("127.0.0.1", {1200ms, 2s}), HasSubstr("min/avg/max/stddev = 0."));
-    EXPECT_EQ(runPing("not a host", {5s, 2s}), "");
+}
+
+TEST_F(Processes, PingOfTheSystemHasASummaryWhenAReplyCame) {
+    EXPECT_THAT(runPing("127.0.0.1", {.interrupt = "1.2", .kill = "2"}), HasSubstr("min/avg/max/stddev = 0."));
+    EXPECT_EQ(runPing("not a host", {.interrupt = "5", .kill = "2"}), "");
     EXPECT_THROW(processes::ping(""), Exception);
     EXPECT_THROW(processes::ping(std::string("127.0.0.1\0", 10)), Exception);
-    setenv("PATH", fifo.c_str(), 1);
-    EXPECT_THROW(processes::ping("127.0.0.1"), Exception);
+}
+
+TEST_F(Processes, PingsEndWithTheProcess) {
+    replacePing("echo started > " + fifo + "; exec sleep 100");
+    const auto endWhilePinging = [&] {
+        std::thread pinging([] { processes::ping("127.0.0.1"); });
+        trial::readFile(fifo);
+        const auto end = std::chrono::steady_clock::now();
+        processes::endPings();
+        pinging.join();
+        EXPECT_LT(std::chrono::steady_clock::now() - end, 3s);
+        EXPECT_THROW(processes::ping("127.0.0.1"), Exception);
+        std::_Exit(HasFailure());
+    };
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(endWhilePinging(), ExitedWithCode(0), "");
 }
 
 } // namespace

@@ -23,7 +23,7 @@ std::size_t endOfSeen(const std::string& content, const std::string& seen) {
 void PingWatch::look() {
     std::map<pid_t, std::string> now;
     for (const Process& process : processTable()) {
-        if (process.parent == daemon_ && process.name == "ping" && !process.isZombie) {
+        if (process.parent == daemon_ && process.name == "timeout" && !process.isZombie) {
             const auto known = running_.find(process.id);
             now[process.id] = known != running_.end() ? known->second : process.lastArgument();
         }

@@ -61,13 +61,13 @@ void StandInTools::script(const std::string& name, const std::string& shellLines
 }
 
 void StandInTools::scriptInstantPing(const std::string& silent) const {
-    script("ping", "[ \"$1 $2 $3 $4\" = '-n -w 6 --' ] && [ $# = 5 ] || { echo 'ping: usage' >&2; exit 2; }\n"
-                   "case $5 in\n" +
+    script("ping", "[ \"$1 $2\" = '-n --' ] && [ $# = 3 ] || { echo 'ping: usage' >&2; exit 2; }\n"
+                   "case $3 in\n" +
                        (silent.empty() ? "" : silent + ") exit 1 ;;\n") +
-                       "127.1.*) rest=${5#127.1.}; time=$((${rest%.*} * 256 + ${rest#*.})) ;;\n"
+                       "127.1.*) rest=${3#127.1.}; time=$((${rest%.*} * 256 + ${rest#*.})) ;;\n"
                        "*) exit 1 ;;\n"
                        "esac\n"
-                       "echo \"PING $5 56(84) bytes of data.\"\n"
+                       "echo \"PING $3 56(84) bytes of data.\"\n"
                        "echo \"rtt min/avg/max/mdev = $time.500/$time.600/$time.700/0.100 ms\"");
 }
 

@@ -2,75 +2,77 @@
 
 #include "foundation/error.h"
 #include "foundation/text.h"
-#include "foundation/value.h"
 #include "platform/linux/processes/child_process.h"
+#include "platform/processes.h"
 
 #include <algorithm>
 #include <csignal>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/syscall.h>
+#include <mutex>
+#include <optional>
+#include <set>
 
 namespace platform {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-/// What of the output is kept, the end of it: there stands the summary, whatever a flood of replies came before.
+/// What is kept of the output: its end, because the summary comes last, however much a hostile host replies.
 constexpr std::size_t outputLimit = std::size_t{64} << 10;
 
-/// What ping writes, while it runs.
-class PingOutput {
+/// The process groups of the pings under way.
+struct UnderWay {
+    std::mutex mutex;
+    std::set<pid_t> groups;
+    bool isOver = false;
+};
+
+UnderWay underWay;
+
+/// A ping that runs, killed at the latest with this object.
+class Ping {
   public:
-    PingOutput(Descriptor source, Descriptor process) : source_(std::move(source)), process_(std::move(process)) {}
-
-    /// Reads until the program has ended (true) or the time has come (false).
-    bool readUntil(Clock::time_point deadline) {
-        for (;;) {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-            std::array<pollfd, 2> waiting{pollfd{source_.get(), POLLIN, 0}, pollfd{process_.get(), POLLIN, 0}};
-            if (left <= 0 || ::poll(waiting.data(), waiting.size(), static_cast<int>(left)) == 0) {
-                return false;
-            }
-            if (waiting[0].revents != 0 && !readOnce()) {
-                source_.reset();
-            }
-            if (waiting[1].revents != 0) {
-                return true;
-            }
+    Ping(const std::string& address, const PingPatience& patience, int output) {
+        const std::lock_guard lock(underWay.mutex);
+        if (underWay.isOver) {
+            throw Exception("ping: this process is about to end");
         }
+        // Given a deadline, ping would end at the first ICMP error, which may come while a link is still coming up. So
+        // timeout ends it, also when this process is gone by then; interrupted, ping still writes its summary.
+        child_.emplace("/usr/bin/timeout",
+                       std::vector<std::string>{"--signal=INT", "--kill-after=" + patience.kill, patience.interrupt,
+                                                "ping", "-n", "--", address},
+                       child_process::Outputs{.standardOutput = output});
+        underWay.groups.insert(child_->pid());
     }
 
-    /// What is left in the pipe; whoever else may hold its other end is not waited for.
-    std::string takeRest() {
-        if (source_) {
-            ::fcntl(source_.get(), F_SETFL, O_NONBLOCK);
-            std::size_t reads = 0;
-            while (readOnce() && ++reads < outputLimit / buffer_.size()) {
-            }
-        }
-        keepEnd();
-        return std::move(text_);
+    ~Ping() {
+        // Only then may the child be reaped, after which its number may become another program's.
+        const std::lock_guard lock(underWay.mutex);
+        underWay.groups.erase(child_->pid());
     }
+
+    Ping(const Ping&) = delete;
+    Ping& operator=(const Ping&) = delete;
 
   private:
-    bool readOnce() {
-        const std::string_view some = child_process::readSome(source_.get(), buffer_);
-        text_ += some;
-        if (text_.size() > 2 * outputLimit) {
-            keepEnd();
-        }
-        return !some.empty();
-    }
-
-    void keepEnd() { text_.erase(0, text_.size() - std::min(text_.size(), outputLimit)); }
-
-    Descriptor source_;
-    Descriptor process_;
-    std::string text_;
-    child_process::Buffer buffer_; // NOLINT(*-member-init)
+    std::optional<child_process::Child> child_;
 };
+
+std::string readEnd(const Descriptor& source) {
+    child_process::Buffer buffer; // NOLINT(*-member-init): only what a read has filled is looked at
+    std::string text;
+    const auto cut = [&] { text.erase(0, text.size() - std::min(text.size(), outputLimit)); };
+    for (;;) {
+        const std::string_view some = child_process::readSome(source.get(), buffer);
+        if (some.empty()) {
+            cut();
+            return text;
+        }
+        text += some;
+        if (text.size() > 2 * outputLimit) {
+            cut();
+        }
+    }
+}
 
 } // namespace
 
@@ -78,27 +80,20 @@ std::string runPing(const std::string& address, const PingPatience& patience) {
     if (address.empty()) {
         throw Exception("ping: no address");
     }
-    // Every proxy that cannot be looked up would be a line in the daemon's journal.
-    const Descriptor nothing(::open("/dev/null", O_WRONLY | O_CLOEXEC));
     child_process::Pipe pipe = child_process::makePipe();
-    child_process::Child program("ping", {"-n", "-w", "6", "--", address}, child_process::environmentWith({"LC_ALL=C"}),
-                                 {pipe.writer.get(), nothing.get()});
+    const Ping ping(address, patience, pipe.writer.get());
     pipe.writer.reset();
-    // The C library's own pidfd_open is declared without C linkage on the oldest system we support.
-    Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, program.pid(), 0)));
-    if (!process) {
-        throw Exception("ping: cannot be watched");
+    return text::replaceAll(readEnd(pipe.reader), "min/avg/max/mdev", "min/avg/max/stddev");
+}
+
+std::string processes::ping(const std::string& address) { return runPing(address, {.interrupt = "6", .kill = "2"}); }
+
+void processes::endPings() {
+    const std::lock_guard lock(underWay.mutex);
+    underWay.isOver = true;
+    for (const pid_t group : underWay.groups) {
+        ::kill(-group, SIGKILL);
     }
-    PingOutput output(std::move(pipe.reader), std::move(process));
-    const auto interruptTime = Clock::now() + patience.interrupt;
-    if (!output.readUntil(interruptTime)) {
-        program.signal(SIGINT); // it still writes its summary
-        if (!output.readUntil(interruptTime + patience.kill)) {
-            program.signal(SIGKILL);
-        }
-    }
-    program.wait();
-    return text::replaceAll(output.takeRest(), "min/avg/max/mdev", "min/avg/max/stddev");
 }
 
 } // namespace platform

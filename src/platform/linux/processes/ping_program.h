@@ -1,15 +1,15 @@
 // The system's ping program, beneath processes.h.
 #pragma once
 
-#include <chrono>
 #include <string>
 
 namespace platform {
 
-/// How long ping may take, from its start: until it is interrupted, and from then on until it is killed.
+/// How long ping may take, in seconds as timeout(1) reads them: until it is interrupted, and from then on until it is
+/// killed.
 struct PingPatience {
-    std::chrono::milliseconds interrupt;
-    std::chrono::milliseconds kill;
+    std::string interrupt;
+    std::string kill;
 };
 
 /// processes::ping with that patience.

@@ -1,42 +1,35 @@
 #include "platform/processes.h"
 
+#include "foundation/diagnostics.h"
 #include "foundation/error.h"
 #include "foundation/property_list.h"
 #include "foundation/value.h"
 #include "platform/files.h"
 #include "platform/linux/files/system_files.h"
+#include "platform/linux/machine/user_database.h"
 #include "platform/linux/processes/child_process.h"
-#include "platform/linux/processes/ping_program.h"
 #include "platform/session.h"
 
-#include <algorithm>
 #include <array>
 #include <poll.h>
-#include <span>
 
-namespace platform {
+namespace platform::processes {
 
 namespace {
 
 using child_process::Child;
 using child_process::Pipe;
 
-/// What of a task's output is kept.
+/// What is kept of each output of a task.
 constexpr std::size_t taskLimit = std::size_t{16} << 20;
 
-struct Output {
-    Descriptor source;
-    std::string& text;
-};
-
-void readToEnds(std::span<Output> outputs) {
+/// Reads both to their ends, in whatever order they write; below 0 is none.
+TaskOutput readToEnds(int standardOutput, int standardError) {
+    TaskOutput written;
     child_process::Buffer buffer; // NOLINT(*-member-init): only what a read has filled is looked at
-    const auto open = [](const Output& output) { return static_cast<bool>(output.source); };
-    while (std::any_of(outputs.begin(), outputs.end(), open)) {
-        std::vector<pollfd> waiting;
-        for (const Output& output : outputs) {
-            waiting.push_back({output.source.get(), POLLIN, 0});
-        }
+    const std::array texts{&written.standardOutput, &written.standardError};
+    std::array waiting{pollfd{standardOutput, POLLIN, 0}, pollfd{standardError, POLLIN, 0}};
+    while (waiting[0].fd >= 0 || waiting[1].fd >= 0) {
         ::poll(waiting.data(), waiting.size(), -1);
         for (std::size_t i = 0; i < waiting.size(); ++i) {
             if (waiting[i].revents == 0) {
@@ -44,25 +37,28 @@ void readToEnds(std::span<Output> outputs) {
             }
             const std::string_view some = child_process::readSome(waiting[i].fd, buffer);
             if (some.empty()) {
-                outputs[i].source.reset();
+                waiting[i].fd = -1;
             }
-            outputs[i].text += some.substr(0, taskLimit - outputs[i].text.size());
+            texts[i]->append(some.substr(0, taskLimit - texts[i]->size()));
         }
     }
+    return written;
 }
 
-bool isPlainFileName(const std::string& name) {
-    return !name.empty() && name != "." && name != ".." &&
-           name.find_first_of(std::string_view("/\0", 2)) == std::string::npos;
+/// Starts the line as init's child, in a session of its own. Here and below the tools are named by their paths, because
+/// PATH need not lead to them.
+void startDetached(std::vector<std::string> line) {
+    diagnostics::contain("launch", [&] {
+        line.insert(line.begin(), "--fork");
+        Child("/usr/bin/setsid", line).wait();
+    });
 }
 
 } // namespace
 
-namespace processes {
-
 int system(const std::string& commandLine) {
     try {
-        return Child("/bin/sh", {"-c", commandLine}, child_process::environmentWith({}), {}).wait();
+        return Child("/bin/sh", {"-c", commandLine}).wait();
     } catch (const Exception&) {
         return -1;
     }
@@ -71,40 +67,35 @@ int system(const std::string& commandLine) {
 TaskOutput runTask(const std::string& program, const std::vector<std::string>& arguments, Capture capture) {
     Pipe out = capture == Capture::standardError ? Pipe{} : child_process::makePipe();
     Pipe error = capture == Capture::standardOutput ? Pipe{} : child_process::makePipe();
-    Child child(program, arguments, child_process::environmentWith({}), {out.writer.get(), error.writer.get()});
+    Child child(program, arguments, {out.writer.get(), error.writer.get()});
     out.writer.reset();
     error.writer.reset();
-    TaskOutput written;
-    std::array<Output, 2> outputs{Output{std::move(out.reader), written.standardOutput},
-                                  Output{std::move(error.reader), written.standardError}};
-    readToEnds(outputs);
+    TaskOutput written = readToEnds(out.reader.get(), error.reader.get());
     child.wait();
     return written;
 }
 
-bool launch(const std::string& program, const std::vector<std::string>& arguments) {
-    return child_process::startDetached(underRoot(program), arguments, std::nullopt);
+void launch(const std::string& program, const std::vector<std::string>& arguments) {
+    std::vector<std::string> line{underRoot(program)};
+    line.insert(line.end(), arguments.begin(), arguments.end());
+    startDetached(std::move(line));
 }
 
-bool launchApplication(const std::string& bundlePath) {
+void launchApplication(const std::string& bundlePath) {
     const auto content = files::read(bundlePath + "/Contents/Info.plist");
     const auto information = content ? property_list::parse(*content) : std::nullopt;
     const auto executable = information ? information->textMember("CFBundleExecutable") : std::nullopt;
-    const auto user = session::consoleUser();
-    const auto account = user ? child_process::accountOf(*user) : std::nullopt;
-    if (!executable || !isPlainFileName(*executable) || !account) {
-        return false;
+    const auto name = session::consoleUser();
+    const auto user = name ? user_database::find(*name) : std::nullopt;
+    if (!executable || executable->find('/') != std::string::npos || !user) {
+        diagnostics::report("launch", bundlePath + " names no program, or nobody is at the console");
+        return;
     }
-    const std::string path = underRoot(bundlePath + "/Contents/MacOS/" + *executable);
-    return child_process::startDetached(path, {}, account);
+    const std::string id = std::to_string(user->id);
+    startDetached({"/usr/bin/env", "HOME=" + user->home, "USER=" + user->name, "LOGNAME=" + user->name,
+                   "XDG_RUNTIME_DIR=/run/user/" + id, "/usr/bin/setpriv", "--reuid=" + id,
+                   "--regid=" + std::to_string(user->group), "--init-groups", "--",
+                   underRoot(bundlePath + "/Contents/MacOS/" + *executable)});
 }
 
-std::string ping(const std::string& address) {
-    using namespace std::chrono_literals;
-    // ping ends itself after six seconds; a name lookup that stalls does not count for it.
-    return runPing(address, {8s, 2s});
-}
-
-} // namespace processes
-
-} // namespace platform
+} // namespace platform::processes
