@@ -58,7 +58,7 @@ std::optional<std::string> decode(std::string_view text) {
             bytes += static_cast<char>(bits >> count & 0xff);
         }
     }
-    // Bits that no byte takes must be 0: every byte sequence has one encoding only.
+    // Bits beyond the last whole byte must be 0, so that each byte sequence has only one encoding.
     return (bits & ((1U << count) - 1)) == 0 ? std::optional(std::move(bytes)) : std::nullopt;
 }
 

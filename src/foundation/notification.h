@@ -1,4 +1,4 @@
-// A named message, and what it means to observe one.
+// Notifications, and what keeps an observation alive.
 #pragma once
 
 #include "foundation/value.h"
@@ -20,7 +20,7 @@ struct Notification {
 
 using NotificationHandler = std::function<void(const Notification&)>;
 
-/// Ends an observation when destroyed. A handler that is running then runs on; it is not called again.
+/// Ends an observation when destroyed. A handler that is running then finishes; it is not called again.
 class Observation {
   public:
     explicit Observation(std::function<void()> end) : end_(std::move(end)) {}

@@ -12,7 +12,7 @@
 
 namespace platform {
 
-/// From any thread. Lives as long as its observations, that is, as long as the process.
+/// Thread-safe. Must outlive its observations.
 class ObserverList {
   public:
     /// Called after an observation of that name has begun or ended, on the thread that did it.
@@ -24,8 +24,8 @@ class ObserverList {
     [[nodiscard]] ObservationPtr add(const std::string& name, NotificationHandler handler,
                                      std::shared_ptr<void> kept = nullptr);
 
-    /// Calls the notification's observers on this thread, in the order in which they were added. Whoever's observation
-    /// ends meanwhile is not called. What a handler throws is reported and ends that handler only.
+    /// Calls the notification's observers on this thread, in the order in which they were added, but none whose
+    /// observation has ended meanwhile. What a handler throws is reported and ends that handler only.
     void deliver(const Notification& notification) const;
 
     bool observes(const std::string& name) const;
