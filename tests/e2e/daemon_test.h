@@ -2,6 +2,7 @@
 #pragma once
 
 #include "foundation/property_list.h"
+#include "support/print_value.h"
 #include "trial/support/bus_client.h"
 #include "trial/support/machine.h"
 #include "trial/support/wait.h"
@@ -10,12 +11,6 @@
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-namespace platform {
-
-inline void PrintTo(const Value& value, std::ostream* out) { *out << value.description(); }
-
-} // namespace platform
 
 namespace e2e {
 

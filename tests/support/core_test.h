@@ -10,6 +10,7 @@
 #include "foundation/format.h"
 #include "foundation/text.h"
 #include "logging/HVLLogger.h"
+#include "support/print_value.h"
 #include "trial/support/temporary_folder.h"
 #include "util/ProductPaths.h"
 

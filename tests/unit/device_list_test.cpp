@@ -1,4 +1,5 @@
 #include "daemon/DeviceList.h"
+#include "support/print_value.h"
 
 #include <gtest/gtest.h>
 
