@@ -1,5 +1,5 @@
-// However many lines wait, one read and one rewrite of the file take them all: appending them one after the other and
-// cutting at the end leaves the same text as cutting after each, since a cut only ever removes the oldest characters.
+// All waiting lines share one read and one rewrite of the file. The result is the same as with one rewrite per line,
+// because a cut only ever removes the oldest characters.
 #include "logging/HVLLogger.h"
 
 #include "foundation/diagnostics.h"
@@ -19,17 +19,14 @@ namespace text = platform::text;
 
 namespace {
 
-/// The generation of the log files, part of their names.
+/// A fixed part of the log files' names.
 constexpr auto generation = "7";
 
-struct SharedLoggers {
-    std::mutex mutex;
-    std::vector<HVLLogger*> created;
-};
+using SharedLoggers = std::vector<HVLLogger*>;
 
-/// Outlives every thread, as the loggers themselves do.
-SharedLoggers& sharedLoggers() {
-    static auto& loggers = *new SharedLoggers;
+/// Never destroyed, since threads may log until the process ends.
+platform::Guarded<SharedLoggers>& sharedLoggers() {
+    static auto& loggers = *new platform::Guarded<SharedLoggers>;
     return loggers;
 }
 
@@ -38,8 +35,7 @@ SharedLoggers& sharedLoggers() {
 HVLLogger& HVLLogger::shared(const std::string& path) {
     auto logger = initWithLogFile(path);
     logger->setLogFilePath(path);
-    const std::lock_guard lock(sharedLoggers().mutex);
-    sharedLoggers().created.push_back(logger.get());
+    sharedLoggers().with([&logger](SharedLoggers& loggers) { loggers.push_back(logger.get()); });
     return *logger.release();
 }
 
@@ -76,12 +72,7 @@ std::string HVLLogger::viewerLogFile(const std::string& bundlePath, const std::s
 }
 
 void HVLLogger::drainAll() {
-    std::vector<HVLLogger*> loggers;
-    {
-        const std::lock_guard lock(sharedLoggers().mutex);
-        loggers = sharedLoggers().created;
-    }
-    for (HVLLogger* logger : loggers) {
+    for (HVLLogger* logger : sharedLoggers().get()) {
         logger->drain();
     }
 }
@@ -102,25 +93,14 @@ void HVLLogger::logString(std::optional<std::string> message) {
 
 void HVLLogger::drain() { serialQueue_.drain(); }
 
-std::optional<std::string> HVLLogger::logFilePath() const {
-    const std::lock_guard lock(mutex_);
-    return logFilePath_;
-}
-
-void HVLLogger::setLogFilePath(std::optional<std::string> path) {
-    const std::lock_guard lock(mutex_);
-    logFilePath_ = std::move(path);
-}
-
 void HVLLogger::writePending() {
     std::vector<std::string> messages;
-    std::optional<std::string> path;
     {
         const std::lock_guard lock(mutex_);
         messages = pending_.take();
         writeQueued_ = false;
-        path = logFilePath_;
     }
+    const std::optional<std::string> path = logFilePath_.get();
     if (!path) {
         return;
     }

@@ -1,6 +1,7 @@
-// Timestamped lines in plain-text log files: the only logging facility of the system.
+// Timestamped lines in plain-text log files.
 #pragma once
 
+#include "foundation/guarded.h"
 #include "foundation/serial_queue.h"
 #include "logging/PendingLines.h"
 
@@ -9,45 +10,47 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace havrel {
 
-/// One log file. A line is queued at once and written in the background, in the order of the calls; logging is
-/// best-effort and never blocks, fails or raises. Every operation may be called from any thread.
+/// One log file. Lines are queued and written in the background, in the order of the calls. Logging is best-effort: it
+/// never blocks on the disk, never reports a failure and never throws. Thread-safe.
 ///
-/// The file ends as if each line had been written by itself: the file is read, a line break and
-/// "yyyy-MM-dd HH:mm:ss : message " are appended, all but the newest `maximumLength` characters are cut off and the
-/// file is replaced. What cannot be read as UTF-8 is given up for the line alone.
+/// Each write reads the file, appends "\nyyyy-MM-dd HH:mm:ss : message ", cuts the beginning so that `maximumLength`
+/// characters remain, and replaces the file. A file that can't be read or isn't UTF-8 is replaced by the line alone,
+/// without the line break.
 class HVLLogger {
   public:
-    /// The most that a log file holds, in UTF-16 code units.
+    /// Of a log file, in UTF-16 code units.
     static constexpr std::size_t maximumLength = 102'400;
 
-    /// The general log, the host log and the viewer log. Made when first asked for and never destroyed.
+    /// The general log, the host log and the viewer log. Created on first use, never destroyed.
     static HVLLogger& instance();
     static HVLLogger& instanceHost();
     static HVLLogger& instanceViewer();
 
-    /// A logger that has made sure of a file at the path, if the folder is there. It writes nothing until
-    /// `setLogFilePath` has been called, too.
+    /// Creates an empty file at the path unless there is one or its folder is missing. The logger writes nothing until
+    /// its `setLogFilePath` has been called.
     static std::unique_ptr<HVLLogger> initWithLogFile(const std::string& path);
 
-    /// Where the viewer's lines go when the application at `bundlePath` runs as a user with that home folder.
+    /// The viewer log of an application at `bundlePath` that runs as the user with that home folder.
     static std::string viewerLogFile(const std::string& bundlePath, const std::string& homeFolder);
 
-    /// Blocks until every line logged before is written, in those of the three instances that exist.
+    /// Calls `drain` on those of the three instances that exist.
     static void drainAll();
 
     HVLLogger(const HVLLogger&) = delete;
     HVLLogger& operator=(const HVLLogger&) = delete;
 
-    /// Queues one line; an absent message writes nothing. Invalid UTF-8 is repaired.
+    /// Queues one line; nullopt writes nothing. Invalid UTF-8 is repaired.
     void logString(std::optional<std::string> message);
-    /// Blocks until every line logged before is written.
+    /// Blocks until all lines logged before the call are written.
     void drain();
 
-    std::optional<std::string> logFilePath() const;
-    void setLogFilePath(std::optional<std::string> path);
+    std::optional<std::string> logFilePath() const { return logFilePath_.get(); }
+
+    void setLogFilePath(std::optional<std::string> path) { logFilePath_.set(std::move(path)); }
 
   private:
     HVLLogger() = default;
@@ -56,11 +59,12 @@ class HVLLogger {
 
     void writePending();
 
-    mutable std::mutex mutex_;
-    std::optional<std::string> logFilePath_;
+    platform::Guarded<std::optional<std::string>> logFilePath_;
+    /// Guards the two fields below.
+    std::mutex mutex_;
     PendingLines pending_;
     bool writeQueued_ = false;
-    /// Ends before what its tasks use.
+    /// Last, so that it is destroyed before the fields that its tasks use.
     platform::SerialQueue serialQueue_{"com.HVL.LoggerQueue"};
 };
 

@@ -11,20 +11,20 @@ namespace text = platform::text;
 
 namespace {
 
-/// A character takes at most three bytes for each of its code units, so these many bytes fill a file by themselves.
+/// In bytes. UTF-8 takes at most three per UTF-16 code unit, so a longer message fills the file by itself.
 constexpr std::size_t longestMessage = 4 * HVLLogger::maximumLength;
 
-/// Several times what a file can hold, so that dropping is rare and cheap for each line.
+/// Several times what a file can hold, so that the scan for droppable messages is rare.
 constexpr std::size_t bytesLimit = std::size_t{4} << 20;
 
-/// "\n", " : " and " ": what every line has beside its timestamp and message.
-constexpr std::size_t shortestLine = 5;
+/// "\n", " : " and " ", which every line has besides its timestamp and message.
+constexpr std::size_t separatorsLength = 5;
 
 std::size_t bytesOf(const std::string& message) { return sizeof(std::string) + message.size(); }
 
 bool continuesCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xc0) == 0x80; }
 
-/// The end of a message whose beginning no file could hold.
+/// The last `longestMessage` bytes, without a character cut in half.
 std::string endOf(const std::string& message) {
     std::size_t start = message.size() - longestMessage;
     for (int most = 3; most > 0 && continuesCharacter(message[start]); --most) {
@@ -60,7 +60,7 @@ void PendingLines::dropWhatTheFileCannotHold() {
     bytes_ = 0;
     while (oldest != messages_.begin() && length <= HVLLogger::maximumLength) {
         --oldest;
-        length += text::length(*oldest) + shortestLine;
+        length += text::length(*oldest) + separatorsLength;
         bytes_ += bytesOf(*oldest);
     }
     messages_.erase(messages_.begin(), oldest);

@@ -1,4 +1,4 @@
-// Messages that wait to be written to a log file.
+// The messages that wait to be written to a log file.
 #pragma once
 
 #include <cstddef>
@@ -7,13 +7,13 @@
 
 namespace havrel {
 
-/// Keeps every message that the file can still show and never more than a few megabytes, however many and however long
-/// they are: what is let go, later ones would push out of the file anyway. For one thread at a time.
+/// Bounded to a few megabytes: once they exceed that, the oldest messages that the later ones would push out of the
+/// file anyway are dropped. Not thread-safe.
 class PendingLines {
   public:
-    /// Takes a message; invalid UTF-8 is repaired.
+    /// Invalid UTF-8 is repaired.
     void add(std::string message);
-    /// Hands the messages over, oldest first, and begins anew.
+    /// Returns the messages, oldest first, and removes them.
     std::vector<std::string> take();
 
     std::size_t count() const { return messages_.size(); }

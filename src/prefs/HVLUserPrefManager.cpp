@@ -22,8 +22,8 @@ namespace {
 using platform::Dictionary;
 using platform::Value;
 
-/// What an encoded text that cannot be decoded reads as.
-enum class Broken { absent, asStored };
+/// What an encoded text reads as when it can't be decoded.
+enum class Undecodable { absent, asStored };
 
 std::optional<Dictionary> readDictionary(const std::optional<std::string>& path) {
     auto content = path ? readPropertyList(*path) : std::nullopt;
@@ -35,10 +35,10 @@ bool writeDictionary(const std::optional<std::string>& path, const Value& dictio
     return path && writePropertyList(*path, dictionary);
 }
 
-/// Posting only queues, so it may happen under a lock.
+/// Posting never blocks, so it may be done under a lock.
 void announceChange() { platform::distributed_center::post("ListHasBeenUpdated"); }
 
-/// Reads as above; a file that holds no dictionary is made an empty one.
+/// Replaces a file that can't be read as a dictionary by an empty one.
 Dictionary readOrReset(const std::optional<std::string>& path) {
     if (auto content = readDictionary(path)) {
         return *std::move(content);
@@ -48,19 +48,25 @@ Dictionary readOrReset(const std::optional<std::string>& path) {
     return {};
 }
 
-/// There is no text to store when there is none or when it is no UTF-8.
-std::optional<std::string> encoded(const std::optional<std::string>& text) {
+// What the typed accessors make of a stored value; the catalogue's head lists the defaults.
+
+bool booleanReading(const std::optional<Value>& stored) { return stored && stored->boolValue(); }
+
+std::int64_t integerReading(const std::optional<Value>& stored) { return stored ? stored->integerValue() : 0; }
+
+/// The stored form of an encoded text; nullopt if the text is absent or isn't UTF-8.
+std::optional<std::string> toBase64(const std::optional<std::string>& text) {
     return text && platform::text::isValidUtf8(*text) ? std::optional(platform::base64::encode(*text)) : std::nullopt;
 }
 
-std::optional<std::string> decoded(const std::optional<Value>& stored, Broken broken) {
+std::optional<std::string> fromBase64(const std::optional<Value>& stored, Undecodable undecodable) {
     const auto text = platform::textOf(stored);
     const auto bytes = text ? platform::base64::decode(*text) : std::nullopt;
     auto plain = bytes ? platform::text::decodeUtf8(*bytes) : std::nullopt;
-    return plain || broken == Broken::absent ? plain : text;
+    return plain || undecodable == Undecodable::absent ? plain : text;
 }
 
-/// The name of the system's release; one that is not listed is simply "macOS".
+/// "macOS" for a release that isn't listed.
 std::string releaseName(const platform::system_info::Version& version) {
     struct Release {
         std::int64_t minor;
@@ -82,8 +88,8 @@ std::string releaseName(const platform::system_info::Version& version) {
     return "macOS";
 }
 
-/// The status file of that user, in a folder that is made when it is missing. Every local user can write the stored
-/// name, so one that would leave the support folder, or that the system would cut at a NUL, counts as none.
+/// The status file of that user; creates its folder. Other applications can store any name, so one that would lead out
+/// of the support folder, or that holds a NUL, counts as absent.
 std::string wolFile(const std::optional<Value>& userName) {
     std::string user = platform::textOf(userName).value_or("");
     if (user == "." || user == ".." || user.find_first_of(std::string_view("/\0", 2)) != std::string::npos) {
@@ -109,37 +115,37 @@ HVLUserPrefManager& HVLUserPrefManager::hostBackupPref() {
     return select(HVLFileManager::hostBackupKind, hostUserPrefBackupPath_);
 }
 
-HVLUserPrefManager& HVLUserPrefManager::select(int kind, std::optional<std::string>& firstPath) {
+HVLUserPrefManager& HVLUserPrefManager::select(int kind, Field<std::string>& firstPath) {
     const auto path = HVLFileManager::pathForApplicationFile(kind);
-    const std::lock_guard lock(fields_);
-    if (!firstPath) {
-        firstPath = path;
-    }
-    urlForPrefFile_ = path;
+    firstPath.with([&path](std::optional<std::string>& first) {
+        if (!first) {
+            first = path;
+        }
+    });
+    urlForPrefFile_.set(path);
     return *this;
 }
 
 Dictionary HVLUserPrefManager::getPrefDictionary() const {
-    // The path is taken once: a selection on another thread must not send one file's reset to the other file.
+    // Copied once, so that a selection on another thread can't redirect the reset to another file.
     const auto path = urlForPrefFile();
     if (auto content = readDictionary(path)) {
         return *std::move(content);
     }
-    // Looked at again under the lock, lest the reset undo a write that has repaired the file meanwhile.
+    // Read again under the lock, as another thread may have repaired the file by a write.
     const std::lock_guard lock(writing_);
     return readOrReset(path);
 }
 
 std::optional<Value> HVLUserPrefManager::objectForKey(const std::string& key) const {
-    // The system is asked for its version before each read, as all applications of the product do; nothing depends on
-    // the answer.
+    // All applications of the product query the version before each read; nothing depends on the answer.
     static_cast<void>(macOSMinorVersion());
     auto found = getPrefDictionary().extract(key);
     return found ? std::optional(std::move(found.mapped())) : std::nullopt;
 }
 
 void HVLUserPrefManager::setObject(std::optional<Value> value, const std::string& forKey) {
-    // Taken before the wait for other writers: what was selected may change during it.
+    // Copied before waiting for the lock, during which another thread may select another file.
     const auto path = urlForPrefFile();
     const std::lock_guard lock(writing_);
     Dictionary dictionary = readOrReset(path);
@@ -153,8 +159,7 @@ void HVLUserPrefManager::setObject(std::optional<Value> value, const std::string
     const bool written = writeDictionary(path, content);
     announceChange();
     if (!written) {
-        // The mode is 777 in decimal, and the folder is the suite's whichever file failed: what the product's
-        // applications find after a failed write is the same whoever made it.
+        // Decimal 777, and the suite's folder whichever file failed: all applications of the product do the same.
         platform::files::setPermissions(paths::suiteSupport, 777);
         writeDictionary(path, content);
         announceChange();
@@ -162,15 +167,17 @@ void HVLUserPrefManager::setObject(std::optional<Value> value, const std::string
 }
 
 #define BOOLEAN(key, getter, setter)                                                                                   \
-    bool HVLUserPrefManager::getter() const { return objectForKey(key).value_or(false).boolValue(); }                  \
+    bool HVLUserPrefManager::getter() const { return booleanReading(objectForKey(key)); }                              \
     void HVLUserPrefManager::setter(bool value) { setObject(value, key); }
 #define INTEGER(key, getter, setter)                                                                                   \
-    std::int64_t HVLUserPrefManager::getter() const { return objectForKey(key).value_or(0).integerValue(); }           \
+    std::int64_t HVLUserPrefManager::getter() const { return integerReading(objectForKey(key)); }                      \
     void HVLUserPrefManager::setter(std::int64_t value) { setObject(value, key); }
-#define ENCODED(key, getter, setter, broken)                                                                           \
-    std::optional<std::string> HVLUserPrefManager::getter() const { return decoded(objectForKey(key), broken); }       \
+#define ENCODED(key, getter, setter, undecodable)                                                                      \
+    std::optional<std::string> HVLUserPrefManager::getter() const {                                                    \
+        return fromBase64(objectForKey(key), Undecodable::undecodable);                                                \
+    }                                                                                                                  \
     void HVLUserPrefManager::setter(const std::optional<std::string>& text) {                                          \
-        if (auto stored = encoded(text)) {                                                                             \
+        if (auto stored = toBase64(text)) {                                                                            \
             setObject(std::move(stored), key);                                                                         \
         }                                                                                                              \
     }
@@ -180,15 +187,9 @@ void HVLUserPrefManager::setObject(std::optional<Value> value, const std::string
     PLAIN_GETTER(key, getter)                                                                                          \
     void HVLUserPrefManager::setter(std::optional<Value> value) { setObject(std::move(value), key); }
 #define FIELD_GETTER(type, name)                                                                                       \
-    std::optional<type> HVLUserPrefManager::name() const {                                                             \
-        const std::lock_guard lock(fields_);                                                                           \
-        return name##_;                                                                                                \
-    }
+    std::optional<type> HVLUserPrefManager::name() const { return name##_.get(); }
 #define FIELD_SETTER(type, name, setter)                                                                               \
-    void HVLUserPrefManager::setter(std::optional<type> value) {                                                       \
-        const std::lock_guard lock(fields_);                                                                           \
-        name##_ = std::move(value);                                                                                    \
-    }
+    void HVLUserPrefManager::setter(std::optional<type> value) { name##_.set(std::move(value)); }
 #define FIELD(type, name, setter) FIELD_GETTER(type, name) FIELD_SETTER(type, name, setter)
 #include "prefs/catalogue.def"
 
@@ -232,7 +233,7 @@ std::string HVLUserPrefManager::getRandomString() const {
 
 std::uint32_t HVLUserPrefManager::getRandomNumberBetween(std::uint32_t low, std::uint32_t to) const {
     const std::uint32_t random = platform::system_info::random();
-    // Wraps to 0 for the whole range.
+    // 0 for the whole range, as the sum wraps.
     const std::uint32_t width = to - low + 1;
     return low + (width == 0 ? random : random % width);
 }
@@ -240,7 +241,7 @@ std::uint32_t HVLUserPrefManager::getRandomNumberBetween(std::uint32_t low, std:
 std::uint32_t HVLUserPrefManager::getPortNumber() const { return getRandomNumberBetween(10000, 65535); }
 
 bool HVLUserPrefManager::isMacProxySetUp() const {
-    // The settings are asked what they would do with these addresses; nothing is sent there.
+    // Only looked up in the proxy settings; nothing is sent there.
     const std::string secure = platform::network::proxyType("https://www.example.com");
     if (secure != "kCFProxyTypeNone") {
         return secure == "kCFProxyTypeHTTPS";
@@ -251,7 +252,7 @@ bool HVLUserPrefManager::isMacProxySetUp() const {
 std::optional<std::string> HVLUserPrefManager::wolStatus() const {
     const std::string file = wolFile(loggedInuserName());
     if (!platform::files::exists(file)) {
-        // Creating never replaces a status that another thread or application has written meanwhile.
+        // Unlike a replace, this keeps a status that someone has written since the check.
         platform::files::createEmpty(file);
         announceChange();
     }

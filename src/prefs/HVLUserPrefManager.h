@@ -1,6 +1,7 @@
-// The settings that the product's applications share, in property lists that each of them reads and writes.
+// The settings that the product's applications share in property-list files.
 #pragma once
 
+#include "foundation/guarded.h"
 #include "foundation/value.h"
 
 #include <cstdint>
@@ -10,10 +11,10 @@
 
 namespace havrel {
 
-/// One object that serves one file at a time: select the store, then use it at once, as in
-/// `sharedHVLUserPrefManager().hostPref().uniqueID()`. Nothing is cached; every read sees what any application wrote
-/// last. Errors show only as absent values. Every operation may be called from any thread, yet a selection
-/// holds for all of them.
+/// One shared object serves one file at a time: select a store, then use it at once, as in
+/// `sharedHVLUserPrefManager().hostPref().uniqueID()`. Nothing is cached: each read parses the file, each write
+/// replaces it. Values are nullopt when absent; nothing reports an error or throws. Thread-safe, but all threads share
+/// the selection.
 class HVLUserPrefManager {
   public:
     static HVLUserPrefManager& sharedHVLUserPrefManager();
@@ -21,29 +22,28 @@ class HVLUserPrefManager {
     HVLUserPrefManager(const HVLUserPrefManager&) = delete;
     HVLUserPrefManager& operator=(const HVLUserPrefManager&) = delete;
 
-    /// Selects the file of the host's preferences, the viewer's, or the host's backup, for every user of the object.
+    /// Select the host's preferences, the viewer's, or the host's backup.
     HVLUserPrefManager& hostPref();
     HVLUserPrefManager& viewerPref();
     HVLUserPrefManager& hostBackupPref();
 
-    /// The current file's whole content. A file that is missing, unreadable, damaged or no dictionary is replaced by an
-    /// empty one and "ListHasBeenUpdated" is posted.
+    /// The whole content of the selected file. If the file is missing or damaged, or its root isn't a dictionary, it is
+    /// replaced by an empty dictionary and "ListHasBeenUpdated" is posted.
     platform::Dictionary getPrefDictionary() const;
-    /// The value stored under the key in the current file.
     std::optional<platform::Value> objectForKey(const std::string& key) const;
-    /// Stores the value in the current file and posts "ListHasBeenUpdated", even when the write fails; a failed one is
-    /// tried and announced once more. An absent value removes the key, which is not announced. No other thread's
-    /// write of another key is lost.
+    /// Stores the value in the selected file, then posts "ListHasBeenUpdated" whether that worked or not. A failed
+    /// write is retried and announced once. nullopt removes the key, without a post. Reading, changing and replacing
+    /// the file is one critical section of this process.
     void setObject(std::optional<platform::Value> value, const std::string& forKey);
 
-    // The accessors of catalogue.def, which says what each kind of them does.
+    // The accessors of catalogue.def; its head describes each kind and its default.
 #define BOOLEAN(key, getter, setter)                                                                                   \
     bool getter() const;                                                                                               \
     void setter(bool value);
 #define INTEGER(key, getter, setter)                                                                                   \
     std::int64_t getter() const;                                                                                       \
     void setter(std::int64_t value);
-#define ENCODED(key, getter, setter, broken)                                                                           \
+#define ENCODED(key, getter, setter, undecodable)                                                                      \
     std::optional<std::string> getter() const;                                                                         \
     void setter(const std::optional<std::string>& text);
 #define PLAIN_GETTER(key, getter) std::optional<platform::Value> getter() const;
@@ -57,50 +57,50 @@ class HVLUserPrefManager {
     void setter(std::optional<type> value);
 #include "prefs/catalogue.def"
 
-    /// Posts "RefreshHostDescription" with the description as its object, then stores it: who listens has the new text
-    /// before the file has.
+    /// Posts "RefreshHostDescription" with the description as its object, then stores it, in this order.
     void setHostDecription(const std::optional<platform::Value>& description);
 
-    /// The system's version as "major.minor.patch"; a part that cannot be read is 0.
+    /// "major.minor.patch" of the operating system; a part that can't be read is 0.
     std::string MacOSVersionWithAllDigits() const;
     std::int64_t macOSMajorVersion() const;
     std::int64_t macOSMinorVersion() const;
-    /// The system's release name and version, as in "macOS Catalina 10.15.7".
+    /// The release name and version, as in "macOS Catalina 10.15.7".
     std::string oSDetails() const;
-    /// The stored `havrelVersion` as an integer.
+    /// `integerFormatOfVersion` of `havrelVersion`.
     std::int64_t currentVersionInIntegerFormat() const;
-    /// The digits of the text read as one number: 7673 for "7.6.73", 0 when there is none.
+    /// The ASCII digits of the text as one number: 7673 for "7.6.73", 0 if there are none.
     std::int64_t integerFormatOfVersion(const std::string& text) const;
 
     /// Ten random ASCII letters and digits.
     std::string getRandomString() const;
-    /// A random number in [low, to].
+    /// In [low, to].
     std::uint32_t getRandomNumberBetween(std::uint32_t low, std::uint32_t to) const;
-    /// A random number in [10000, 65535].
+    /// A random port in [10000, 65535].
     std::uint32_t getPortNumber() const;
 
-    /// Whether the system's settings name a web proxy by hand; an automatic configuration counts as none.
+    /// Whether the system has a manually configured web proxy; automatic configuration doesn't count.
     bool isMacProxySetUp() const;
 
-    /// The wake-on-LAN status, kept in a file of its own that is made empty, and announced, when it is missing.
-    /// Absent when the file cannot be read as UTF-8.
+    /// The wake-on-LAN status, kept in a file of its own. A missing file is created empty and announced; nullopt if it
+    /// can't be read as UTF-8.
     std::optional<std::string> wolStatus() const;
-    /// Replaces the status and posts "ListHasBeenUpdated"; errors are ignored.
+    /// Replaces the status, then posts "ListHasBeenUpdated".
     void setwolStatus(const std::string& text);
 
   private:
     HVLUserPrefManager() = default;
 
-    HVLUserPrefManager& select(int kind, std::optional<std::string>& firstPath);
+    template <typename T>
+    using Field = platform::Guarded<std::optional<T>>;
 
-    /// Held while a file is read, changed and replaced, so that this process never loses a change of its own.
+    HVLUserPrefManager& select(int kind, Field<std::string>& firstPath);
+
+    /// Held from reading a file until it is replaced.
     mutable std::mutex writing_;
-    /// Held while a field is copied.
-    mutable std::mutex fields_;
 
-#define FIELD_GETTER(type, name) std::optional<type> name##_;
-#define FIELD_SETTER(type, name, setter) std::optional<type> name##_;
-#define FIELD(type, name, setter) std::optional<type> name##_;
+#define FIELD_GETTER(type, name) Field<type> name##_;
+#define FIELD_SETTER(type, name, setter) Field<type> name##_;
+#define FIELD(type, name, setter) Field<type> name##_;
 #include "prefs/catalogue.def"
 };
 

@@ -35,7 +35,7 @@ std::optional<std::string> HVLFileManager::pathForApplicationFile(int kind) {
     }
     const bool viewer = runsAsViewer();
     if (!viewer) {
-        // Only for its effect: it loads the table of texts.
+        // The title isn't needed; the lookup loads the string table.
         HVLLocalizableString::doLocalizeString(titleOf(kind), {});
     }
     if (kind == hostBackupKind) {
@@ -54,7 +54,7 @@ bool HVLFileManager::ifFileExistsOrNot(const std::string& fileName) {
 }
 
 std::uint64_t HVLFileManager::sizeForFolderAtPath(const std::string& path, std::optional<platform::Error>& /*error*/) {
-    // So that a huge tree does not starve other threads.
+    // Keeps a huge tree from starving other threads.
     constexpr unsigned itemsBetweenYields = 10'000;
     constexpr double megabytesPerByte = 0.000001;
     std::uint64_t total = 0;

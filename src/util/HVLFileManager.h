@@ -1,4 +1,4 @@
-// Where the preference files lie, and a few questions about the file system. For every application of the product.
+// Paths of the preference files, and a few queries of the file system that the product's applications share.
 #pragma once
 
 #include "foundation/error.h"
@@ -9,28 +9,28 @@
 
 namespace havrel {
 
-/// From any thread.
+/// Thread-safe. Optional results are nullopt when there is none.
 class HVLFileManager {
   public:
-    // The kinds of preference store.
+    // Kinds of preference store.
     static constexpr int hostKind = 0;
     static constexpr int viewerKind = 1;
     static constexpr int hostBackupKind = 2;
 
-    /// The preference file of that kind of store for the running application; nothing for any other number.
+    /// The preference file of that kind of store for the running application; nullopt for any other number.
     static std::optional<std::string> pathForApplicationFile(int kind);
 
-    /// The user's home folder; nothing without a name, for an unknown user or one without a home.
+    /// The home folder from the user database.
     static std::optional<std::string> getConsoleUserPathForUser(const std::optional<std::string>& userName);
 
-    /// Whether an item of that name stands directly in the machine's application-support folder.
+    /// Whether the machine-wide application-support folder directly contains an item of that name.
     static bool ifFileExistsOrNot(const std::string& fileName);
 
-    /// The size of all visible items below the folder in whole megabytes of 10^6 bytes; 0 when it cannot be read.
-    /// `error` is never written.
+    /// Total size of the visible items below the folder in whole megabytes (10^6 bytes), rounded down; 0 if it can't
+    /// be read. `error` is never written.
     static std::uint64_t sizeForFolderAtPath(const std::string& path, std::optional<platform::Error>& error);
 
-    /// These two do nothing.
+    /// Both do nothing.
     static void updateFile(const std::optional<std::string>& file);
     static void createDirectory();
 };

@@ -10,7 +10,7 @@ namespace {
 
 constexpr auto tablePath = "/Applications/HavrelSuite.app/Contents/Resources/HVLLocalizable.plist";
 
-/// The table of texts, loaded now if it has not been; nothing while it cannot be. Kept from then on.
+/// Loads the table if that hasn't succeeded yet; null if it fails again.
 const platform::Dictionary* localizedStrings() {
     static std::mutex mutex;
     static std::optional<platform::Value> table;

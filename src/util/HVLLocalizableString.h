@@ -8,9 +8,8 @@ namespace havrel {
 
 class HVLLocalizableString {
   public:
-    /// The localized form of a text, or the text itself when the table of the main application has none; empty for an
-    /// absent text. The comment is ignored. The table is read once; while it cannot be, every call tries again. From
-    /// any thread.
+    /// The localized form of a text, or the text itself if the main application's table has none; "" for nullopt. The
+    /// comment is ignored. The table is loaded once and kept; until that succeeds, every call tries again. Thread-safe.
     static std::string doLocalizeString(const std::optional<std::string>& text,
                                         const std::optional<std::string>& comment);
 };

@@ -14,7 +14,7 @@ std::optional<platform::Value> readPropertyList(const std::string& path) {
 
 bool writePropertyList(const std::string& path, const platform::Value& value) {
     const auto xml = platform::property_list::toXml(value);
-    // What could not be read again would count as damaged and be lost.
+    // A file too large to read back would count as damaged, and its content would be lost.
     return xml && xml->size() <= files::readLimit && files::replace(path, *xml, files::Durability::flushed);
 }
 
