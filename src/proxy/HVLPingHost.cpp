@@ -15,10 +15,9 @@ namespace text = platform::text;
 
 namespace {
 
-/// A latency as stored in files and texts, 32 bits, widened with its sign.
-std::uint64_t widened(std::int32_t latency) { return static_cast<std::uint64_t>(std::int64_t{latency}); }
+std::uint64_t signExtended(std::int32_t latency) { return static_cast<std::uint64_t>(std::int64_t{latency}); }
 
-/// The first figure behind the summary's title: the minimum, in milliseconds with decimals.
+/// The minimum from the summary line of the ping program, in milliseconds with decimals.
 std::optional<std::string> minimumIn(std::string_view output) {
     const std::vector<std::string> parts = text::split(output, "min/avg/max/stddev =");
     if (parts.size() < 2) {
@@ -31,7 +30,7 @@ std::optional<std::string> minimumIn(std::string_view output) {
     return figures[0];
 }
 
-/// Truncated; what is under a millisecond counts as one, for 0 means unreachable.
+/// Truncated, but less than a millisecond counts as 1, since 0 means unreachable.
 std::uint64_t wholeMilliseconds(const std::string& minimum) {
     const float milliseconds = text::floatValue(minimum);
     return milliseconds > 0 && milliseconds < 1.0F ? 1 : static_cast<std::uint64_t>(text::integerValue(minimum));
@@ -39,18 +38,20 @@ std::uint64_t wholeMilliseconds(const std::string& minimum) {
 
 } // namespace
 
-HVLPingHostPtr HVLPingHost::initWithHostName(Text hostName, Text ipAddress, Text mappedHostName) {
+HVLPingHostPtr HVLPingHost::initWithHostName(std::optional<std::string> hostName, std::optional<std::string> ipAddress,
+                                             std::optional<std::string> mappedHostName) {
     auto host = std::make_shared<HVLPingHost>();
-    host->hostName_ = std::move(hostName);
-    host->ipAddr_ = std::move(ipAddress);
-    host->mappHostName_ = std::move(mappedHostName);
+    host->setHostName(std::move(hostName));
+    host->setIpAddr(std::move(ipAddress));
+    host->setMappHostName(std::move(mappedHostName));
     return host;
 }
 
-HVLPingHostPtr HVLPingHost::initWithHostName(Text hostName, Text ipAddress, Text mappedHostName,
+HVLPingHostPtr HVLPingHost::initWithHostName(std::optional<std::string> hostName, std::optional<std::string> ipAddress,
+                                             std::optional<std::string> mappedHostName,
                                              const std::optional<platform::Value>& pingTime) {
     auto host = initWithHostName(std::move(hostName), std::move(ipAddress), std::move(mappedHostName));
-    host->pingTime_ = pingTime ? widened(pingTime->intValue()) : 0;
+    host->pingTime_ = pingTime ? signExtended(pingTime->intValue()) : 0;
     return host;
 }
 
@@ -58,18 +59,18 @@ HVLPingHostPtr HVLPingHost::copyWithZone() const { return initWithHostName(hostN
 
 void HVLPingHost::pingToProxyNow() {
     try {
-        const Text address = ipAddr();
+        const std::optional<std::string> address = ipAddr();
         if (!address) {
             return;
         }
-        const Text output = text::decodeUtf8(platform::processes::ping(*address));
-        const Text minimum = output ? minimumIn(*output) : std::nullopt;
-        // The address may have been taken away while the ping ran.
+        const std::optional<std::string> output = text::decodeUtf8(platform::processes::ping(*address));
+        const std::optional<std::string> minimum = output ? minimumIn(*output) : std::nullopt;
+        // The address may have been cleared while the ping ran.
         if (minimum && ipAddr()) {
             setPingTime(wholeMilliseconds(*minimum));
         }
     } catch (...) {
-        // A failed measurement leaves the latency as it was.
+        // A failed measurement keeps the old latency.
     }
 }
 

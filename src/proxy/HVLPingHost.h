@@ -1,34 +1,37 @@
-// One relay proxy: its names, its address and how fast it last answered.
+// One relay proxy: its names, its address and its last measured latency.
 #pragma once
 
+#include "foundation/guarded.h"
 #include "foundation/value.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace havrel {
 
-/// Lists share records, and ping workers write into them while other threads read; so every field may be read and
-/// set from any thread. An absent text is not an empty one: a record that lacks a text cannot be written to a file.
+/// Lists share their records. Thread-safe, as ping workers write latencies while other threads read. Texts are nullopt
+/// when absent, which differs from empty: a record that lacks a text can't be written to a file.
 class HVLPingHost {
   public:
-    using Text = std::optional<std::string>;
-
-    /// What an initialiser doesn't name stays absent, the latency 0.
-    static std::shared_ptr<HVLPingHost> initWithHostName(Text hostName, Text ipAddress, Text mappedHostName = {});
-    /// The latency is a text or a number, taken as a 32-bit number and widened with its sign: "-1" becomes 2^64 - 1.
-    static std::shared_ptr<HVLPingHost> initWithHostName(Text hostName, Text ipAddress, Text mappedHostName,
+    /// Fields without an argument stay absent, the latency 0.
+    static std::shared_ptr<HVLPingHost> initWithHostName(std::optional<std::string> hostName,
+                                                         std::optional<std::string> ipAddress,
+                                                         std::optional<std::string> mappedHostName = {});
+    /// The latency is a text or a number, read as a signed 32-bit number and sign-extended: "-1" becomes 2^64 - 1.
+    static std::shared_ptr<HVLPingHost> initWithHostName(std::optional<std::string> hostName,
+                                                         std::optional<std::string> ipAddress,
+                                                         std::optional<std::string> mappedHostName,
                                                          const std::optional<platform::Value>& pingTime);
 
-    /// A new record with this one's name and address and nothing else.
+    /// A new record with only the name and the address of this one.
     std::shared_ptr<HVLPingHost> copyWithZone() const;
 
-    /// Pings the address and stores its minimum round-trip time, at least 1; keeps the old latency without a reply.
-    /// Blocks for about six seconds. Never throws.
+    /// Pings the address and stores the minimum round-trip time, at least 1; keeps the old latency if there was no
+    /// reply. Blocks for about six seconds. Never throws.
     void pingToProxyNow();
 
     /// `name:latency`, the latency signed.
@@ -36,51 +39,40 @@ class HVLPingHost {
     /// `"name":"latency"`, the latency unsigned.
     std::string toRegisterJSON() const;
 
-    /// A new record with this one's name and address and the sum of both latencies; null when either is 0.
+    /// A new record with the name and address of this one and the sum of both latencies; null if either is 0.
     std::shared_ptr<HVLPingHost> addHostForSummetion(const HVLPingHost& other) const;
 
-    /// The name under which the service lists the proxy.
-    Text hostName() const { return copyOf(hostName_); }
+    /// The proxy's name at the web service.
+    std::optional<std::string> hostName() const { return hostName_.get(); }
 
-    void setHostName(Text value) { assign(hostName_, std::move(value)); }
+    void setHostName(std::optional<std::string> value) { hostName_.set(std::move(value)); }
 
     /// What is pinged: a host name or a dotted address.
-    Text ipAddr() const { return copyOf(ipAddr_); }
+    std::optional<std::string> ipAddr() const { return ipAddr_.get(); }
 
-    void setIpAddr(Text value) { assign(ipAddr_, std::move(value)); }
+    void setIpAddr(std::optional<std::string> value) { ipAddr_.set(std::move(value)); }
 
-    /// In whole milliseconds; 0: not measured or unreachable.
+    /// In whole milliseconds; 0 means not measured or unreachable.
     std::uint64_t pingTime() const { return pingTime_; }
 
     void setPingTime(std::uint64_t value) { pingTime_ = value; }
 
-    /// Carried along, never filled.
-    Text proxyName() const { return copyOf(proxyName_); }
+    /// Never set by the daemon.
+    std::optional<std::string> proxyName() const { return proxyName_.get(); }
 
-    void setProxyName(Text value) { assign(proxyName_, std::move(value)); }
+    void setProxyName(std::optional<std::string> value) { proxyName_.set(std::move(value)); }
 
-    /// A second name by which the proxy is found.
-    Text mappHostName() const { return copyOf(mappHostName_); }
+    /// A second name by which the proxy can be found.
+    std::optional<std::string> mappHostName() const { return mappHostName_.get(); }
 
-    void setMappHostName(Text value) { assign(mappHostName_, std::move(value)); }
+    void setMappHostName(std::optional<std::string> value) { mappHostName_.set(std::move(value)); }
 
   private:
-    Text copyOf(const Text& field) const {
-        const std::lock_guard lock(mutex_);
-        return field;
-    }
-
-    void assign(Text& field, Text value) {
-        const std::lock_guard lock(mutex_);
-        field = std::move(value);
-    }
-
-    mutable std::mutex mutex_;
-    Text hostName_;
-    Text ipAddr_;
+    platform::Guarded<std::optional<std::string>> hostName_;
+    platform::Guarded<std::optional<std::string>> ipAddr_;
     std::atomic<std::uint64_t> pingTime_{0};
-    Text proxyName_;
-    Text mappHostName_;
+    platform::Guarded<std::optional<std::string>> proxyName_;
+    platform::Guarded<std::optional<std::string>> mappHostName_;
 };
 
 using HVLPingHostPtr = std::shared_ptr<HVLPingHost>;

@@ -19,14 +19,14 @@ namespace text = platform::text;
 namespace {
 
 constexpr std::size_t concurrentPings = 50;
-/// All-proxies passes side by side; whoever posts notifications at will must not fill the machine with threads.
 constexpr std::size_t concurrentUpdates = 8;
 constexpr std::size_t concurrentReads = 1;
-/// More than anybody starts: none waits for another.
-constexpr std::size_t concurrentPingers = 64;
+
+/// The most records in Proxies.plist, and the fewest that an all-proxies pass writes there.
+constexpr std::size_t bestProxyLimit = 50;
 constexpr std::size_t topFive = 5;
 
-// Seconds that the passes wait for their pings.
+// How many seconds a measurement lasts at most.
 constexpr std::int32_t firstMeasurement = 10;
 constexpr std::int32_t fullMeasurement = 60;
 
@@ -35,6 +35,12 @@ void log(const std::string& line) { HVLLogger::instanceHost().logString(line); }
 void setPingToProxyDone(bool done) { hostPreferences().setIsPingToProxyDone(done); }
 
 void postBestProxiesFound() { platform::distributed_center::post("BestThreeProxyFoundNotification"); }
+
+/// Held by whoever changes Proxies.plist from finding out what to write until it is written, in all managers.
+std::mutex& bestProxiesFile() {
+    static std::mutex mutex;
+    return mutex;
+}
 
 void keepAnsweredFastestFirst(HVLPingMutableArray& list) {
     list.removeAllZeroPings();
@@ -47,7 +53,18 @@ void keepAtMost(HVLPingMutableArray& list, std::size_t limit) {
     }
 }
 
-/// What two measurements of the same proxies have in common, `combine` making the record from both sides'.
+/// Leaves out the records that lack a text; a single one that somebody has put into a file would prevent every write.
+void writeComplete(const HVLPingMutableArray& list, const std::string& path) {
+    HVLPingMutableArray complete;
+    for (const HVLPingHostPtr& host : list) {
+        if (host->hostName() && host->ipAddr() && host->mappHostName()) {
+            complete.addObject(host);
+        }
+    }
+    complete.writeProxyOnFile(path);
+}
+
+/// `combine` makes a record from each record of `list` and the one that `source` finds by its name.
 template <typename Combine>
 HVLPingMutableArray combined(HVLPingMutableArray& list, HVLPingMutableArray& source, const Combine& combine) {
     list.removeAllZeroPings();
@@ -65,45 +82,31 @@ HVLPingMutableArray combined(HVLPingMutableArray& list, HVLPingMutableArray& sou
     return result;
 }
 
-class Task : public platform::Operation {
-  public:
-    explicit Task(std::function<void()> work) : work_(std::move(work)) {}
-
-    void main() override { work_(); }
-
-  private:
-    std::function<void()> work_;
-};
-
-/// Queues the work, unless the queue holds more than it runs at once and so some that has not begun: that will do for
-/// this one as well.
-void addUnlessCovered(platform::OperationQueue& queue, std::size_t concurrent, std::function<void()> work) {
+/// If more operations are queued than run at once, one of them hasn't begun and does for this one, too.
+void addUnlessOneWaits(platform::OperationQueue& queue, std::size_t concurrent, std::function<void()> work) {
     if (queue.operationCount() <= concurrent) {
-        queue.addOperation(std::make_shared<Task>(std::move(work)));
+        queue.addOperation(std::move(work));
     }
 }
 
 } // namespace
 
 PingerCycle pingerCycle(unsigned counter, std::chrono::minutes pause) {
-    constexpr unsigned cyclesPerRound = 23;
-    constexpr unsigned quickCycles = 3;
-    if (counter % cyclesPerRound == 0) {
-        return {true, std::chrono::seconds(1), pause, 1};
+    constexpr unsigned turnsPerRound = 23;
+    constexpr unsigned firstSlowTurn = 3;
+    if (counter % turnsPerRound == 0) {
+        return {.isFull = true, .topFiveWait = std::chrono::seconds(1), .pause = pause, .next = 1};
     }
-    if (counter >= quickCycles) {
-        return {false, std::chrono::seconds(15), std::chrono::minutes(60), counter + 1};
+    if (counter < firstSlowTurn) {
+        return {.topFiveWait = std::chrono::seconds(1), .pause = pause, .next = counter + 1};
     }
-    return {false, std::chrono::seconds(1), pause, counter + 1};
+    return {.topFiveWait = std::chrono::seconds(15), .pause = std::chrono::minutes(60), .next = counter + 1};
 }
 
-HVLPingManager::HVLPingManager(Snapshot /*tag*/)
-    : updatePasses_(concurrentUpdates)
-    , updateReads_(concurrentReads)
-    , pingerThreads_(concurrentPingers) {
+HVLPingManager::HVLPingManager(Snapshot /*tag*/) : updatePasses_(concurrentUpdates), updateReads_(concurrentReads) {
     getPingFromFile();
-    pingArray_ = plistPingArray_.copyArray();
-    allListArray_ = allProxyListArray_.copyArray();
+    pingArray_.set(plistPingArray());
+    allListArray_.set(allProxyListArray());
 }
 
 HVLPingManager::HVLPingManager() : HVLPingManager(Snapshot{}) {
@@ -120,8 +123,12 @@ HVLPingManager::~HVLPingManager() {
 }
 
 void HVLPingManager::getPingFromFile() {
-    assign(plistPingArray_, HVLPingMutableArray::initWithPlistWithPath(paths::proxies));
-    assign(allProxyListArray_, HVLPingMutableArray::initWithPlistWithPath(paths::allProxies));
+    const auto readList = [](const std::string& path) { return HVLPingMutableArray::initWithPlistWithPath(path); };
+    {
+        const std::lock_guard lock(bestProxiesFile());
+        plistPingArray_.set(std::make_shared<HVLPingMutableArray>(readList(paths::proxies)));
+    }
+    allProxyListArray_.set(readList(paths::allProxies));
 }
 
 void HVLPingManager::registerProxyChangeNotification() {
@@ -132,10 +139,10 @@ void HVLPingManager::registerProxyChangeNotification() {
 void HVLPingManager::unregisterProxyChangeNotification() { observation_.reset(); }
 
 void HVLPingManager::updatePingFromLatestProxy() {
-    // The files are read now, whatever passes are under way: those write down their own, older lists when they end.
-    addUnlessCovered(updateReads_, concurrentReads, [this] {
+    // The files are read at once, even if eight passes are running: those overwrite them with older lists at their end.
+    addUnlessOneWaits(updateReads_, concurrentReads, [this] {
         getPingFromFile();
-        addUnlessCovered(updatePasses_, concurrentUpdates, [this] { measureAllOnceCompleted(); });
+        addUnlessOneWaits(updatePasses_, concurrentUpdates, [this] { measureAllOnceCompleted(); });
     });
 }
 
@@ -146,18 +153,21 @@ void HVLPingManager::startPingOnNewThreadForUpdateOnce() {
 }
 
 void HVLPingManager::startThread(void (HVLPingManager::*body)(const std::stop_token&)) {
-    setPingCompleted(false);
-    pingerThreads_.addOperation(std::make_shared<Task>(
-        [this, body, cancelled = copyOf(pingerStop_).get_token()] { (this->*body)(cancelled); }));
+    isPingCompleted_ = false;
+    pingerThreads_.with([this, body](std::vector<std::jthread>& threads) {
+        threads.emplace_back([this, body](const std::stop_token& cancelled) {
+            platform::diagnostics::contain("pinger", [&] { (this->*body)(cancelled); });
+        });
+    });
 }
 
 void HVLPingManager::stop() {
     isPinging_ = true;
-    {
-        const std::lock_guard lock(fields_);
-        // A new one for the threads to come.
-        std::exchange(pingerStop_, std::stop_source()).request_stop();
-    }
+    pingerThreads_.with([](std::vector<std::jthread>& threads) {
+        for (std::jthread& thread : threads) {
+            thread.request_stop();
+        }
+    });
     if (pingingQueue_) {
         pingingQueue_->cancelAllOperations();
     }
@@ -170,28 +180,30 @@ void HVLPingManager::startPingerThread(const std::stop_token& cancelled) {
         if (cancelled.stop_requested()) {
             return;
         }
-        setPingCompleted(false);
+        isPingCompleted_ = false;
         cycle = pingerCycle(cycle.next, cycle.pause);
-        // A turn that fails, say on a proxy file that someone has spoilt, must not end those to come.
-        platform::diagnostics::contain("pinger", [&] { runCycle(cycle); });
+        runTurn(cycle);
+        isPingCompleted_ = true;
         platform::clock::sleep(cycle.pause, cancelled);
     } while (!isPinging_);
 }
 
 void HVLPingManager::startPingerThreadForUpdateOnce(const std::stop_token& /*cancelled*/) { startPing(); }
 
-void HVLPingManager::runCycle(const PingerCycle& cycle) {
+void HVLPingManager::runTurn(const PingerCycle& cycle) {
+    // A step that fails must stop neither the other ones nor the turns to come.
+    const auto runStep = [](const auto& step) { platform::diagnostics::contain("pinger", step); };
     if (cycle.isFull) {
-        doPingInTimeOut(firstMeasurement);
+        runStep([this] { doPingInTimeOut(firstMeasurement); });
     }
-    pintThreeBestProxiesOnOneHr(static_cast<std::int32_t>(cycle.topFiveWait.count()));
+    runStep([&] { pintThreeBestProxiesOnOneHr(static_cast<std::int32_t>(cycle.topFiveWait.count())); });
     if (cycle.isFull) {
-        startPing();
+        runStep([this] { startPing(); });
     }
 }
 
 void HVLPingManager::startPing() {
-    const std::lock_guard oneAtATime(startPing_);
+    const std::lock_guard oneAtATime(oneStartPing_);
     if (ending_.stop_requested()) {
         return;
     }
@@ -204,71 +216,81 @@ void HVLPingManager::startPing() {
 }
 
 void HVLPingManager::doPingInTimeOut(std::int32_t seconds) {
-    setPingCompleted(false);
-    HVLPingMutableArray best = plistPingArray();
-    if (!pingAll(best, seconds)) {
+    isPingCompleted_ = false;
+    const ListPtr measured = plistPingArray_.get();
+    if (!pingAll(*measured, seconds)) {
         return;
     }
+    HVLPingMutableArray best = measured->copyArray();
     keepAnsweredFastestFirst(best);
     keepAtMost(best, bestProxyLimit);
-    assign(pingArray_, best);
-    setPingCompleted(true);
-    best.writeProxyOnFile(paths::proxies);
+    pingArray_.set(best);
+    isPingCompleted_ = true;
+    const std::lock_guard lock(bestProxiesFile());
+    if (plistPingArray_.get() == measured) {
+        writeComplete(best, paths::proxies);
+    }
 }
 
 void HVLPingManager::startPingForAllProxies() {
-    if (ending_.stop_requested()) {
-        return;
-    }
-    setPingCompleted(false);
+    isPingCompleted_ = false;
     HVLPingMutableArray all = allProxyListArray();
     if (!pingAll(all, fullMeasurement)) {
         return;
     }
-    assign(allListArray_, all);
-    setPingCompleted(true);
-    all.writeProxyOnFile(paths::allProxies);
+    allListArray_.set(all);
+    isPingCompleted_ = true;
+    writeComplete(all, paths::allProxies);
     keepAnsweredFastestFirst(all);
-    assign(allListArray_, all);
-    // What answered is what the best are measured among from now on.
-    assign(plistPingArray_, all);
-    // Fewer are no choice yet: the marker stays, so that the next start measures again.
-    if (all.count() < bestProxyLimit) {
+    allListArray_.set(all);
+    if (all.count() == 0) {
+        // More likely this machine is offline than all proxies; the known best ones are still worth measuring.
         return;
     }
+    const bool isEnough = all.count() >= bestProxyLimit;
     keepAtMost(all, bestProxyLimit);
-    assign(plistPingArray_, all);
-    all.writeProxyOnFile(paths::proxies);
-    postBestProxiesFound();
-    platform::files::remove(paths::hostInstallMarker);
+    {
+        const std::lock_guard lock(bestProxiesFile());
+        plistPingArray_.set(std::make_shared<HVLPingMutableArray>(all));
+        if (isEnough) {
+            writeComplete(all, paths::proxies);
+        }
+    }
+    // With too few the marker stays, so that the next start of the daemon fetches and measures again.
+    if (isEnough) {
+        postBestProxiesFound();
+        platform::files::remove(paths::hostInstallMarker);
+    }
 }
 
 void HVLPingManager::pintThreeBestProxiesOnOneHr(std::int32_t seconds) {
     if (ending_.stop_requested()) {
         return;
     }
-    const HVLPingManager snapshot = initWithPlist();
-    HVLPingMutableArray pinged = snapshot.pingArray();
+    auto pinged = HVLPingMutableArray::initWithPlistWithPath(paths::proxies);
     keepAnsweredFastestFirst(pinged);
     log(text::format("Five Best Proxies On OneHr Count - %lu", pinged.count()));
     if (pinged.count() == 0) {
-        refillFrom(snapshot.allListArray());
+        refillBestProxies();
         return;
     }
     keepAtMost(pinged, topFive);
     addPings(pinged);
-    // Not a wait for the pings: those that take longer show in the file a cycle later.
+    // Not a wait for the pings: a result that comes later reaches the file a turn later.
     platform::clock::sleep(std::chrono::seconds(seconds), ending_.get_token());
     if (ending_.stop_requested()) {
         return;
     }
-    const HVLPingMutableArray stored = initWithPlist().pingArray();
-    for (const HVLPingHostPtr& host : pinged) {
-        if (const HVLPingHostPtr found = stored.findHost(host->hostName())) {
-            found->setPingTime(host->pingTime());
+    {
+        const std::lock_guard lock(bestProxiesFile());
+        const auto stored = HVLPingMutableArray::initWithPlistWithPath(paths::proxies);
+        for (const HVLPingHostPtr& host : pinged) {
+            if (const HVLPingHostPtr found = stored.findHost(host->hostName())) {
+                found->setPingTime(host->pingTime());
+            }
         }
+        writeComplete(stored, paths::proxies);
     }
-    stored.writeProxyOnFile(paths::proxies);
     postBestProxiesFound();
 }
 
@@ -278,21 +300,22 @@ void HVLPingManager::proxyListUpdateProcess() {
 }
 
 void HVLPingManager::measureAllOnceCompleted() {
-    {
-        std::unique_lock lock(fields_);
-        completed_.wait(lock, ending_.get_token(), [this] { return isPingCompleted_; });
+    while (!isPingCompleted_ && !ending_.stop_requested()) {
+        platform::clock::sleep(std::chrono::seconds(1), ending_.get_token());
     }
     startPingForAllProxies();
 }
 
-void HVLPingManager::refillFrom(HVLPingMutableArray all) {
+void HVLPingManager::refillBestProxies() {
+    auto all = HVLPingMutableArray::initWithPlistWithPath(paths::allProxies);
     if (all.count() == 0) {
         return;
     }
     keepAnsweredFastestFirst(all);
     keepAtMost(all, bestProxyLimit);
     log("Top proxies list is empty. Helper Reupdate");
-    all.writeProxyOnFile(paths::proxies);
+    const std::lock_guard lock(bestProxiesFile());
+    writeComplete(all, paths::proxies);
 }
 
 void HVLPingManager::addPings(const HVLPingMutableArray& list) {
@@ -304,6 +327,7 @@ void HVLPingManager::addPings(const HVLPingMutableArray& list) {
     }
 }
 
+/// False if the destructor has interrupted it.
 bool HVLPingManager::pingAll(const HVLPingMutableArray& list, std::int32_t seconds) {
     if (ending_.stop_requested()) {
         return false;
@@ -318,11 +342,6 @@ bool HVLPingManager::pingAll(const HVLPingMutableArray& list, std::int32_t secon
     return !ending_.stop_requested();
 }
 
-void HVLPingManager::setPingCompleted(bool completed) {
-    assign(isPingCompleted_, completed);
-    completed_.notify_all();
-}
-
 std::string HVLPingManager::toJSON() const { return pingArray().toJSONFormat(); }
 
 std::string HVLPingManager::toRegisterJSON() const { return pingArray().toRegisterJSONFormat(); }
@@ -332,17 +351,15 @@ bool HVLPingManager::isAllZeroPings() const { return pingArray().countNoZeroPing
 HVLPingHostPtr HVLPingManager::bestProxyOnCurrentProxyPings() { return bestProxyOnCurrentProxyPingsWithPno(0); }
 
 HVLPingHostPtr HVLPingManager::bestProxyOnCurrentProxyPingsWithPno(std::int32_t index) {
-    HVLPingHostPtr best;
-    {
-        const std::lock_guard lock(fields_);
-        keepAnsweredFastestFirst(pingArray_);
-        // A negative index becomes one beyond every list.
-        if (pingArray_.count() <= static_cast<std::size_t>(index)) {
-            return nullptr;
-        }
-        best = pingArray_.objectAtIndex(static_cast<std::size_t>(index));
-        bestProxyToConnect_ = best;
+    const HVLPingHostPtr best = pingArray_.with([index](HVLPingMutableArray& list) -> HVLPingHostPtr {
+        keepAnsweredFastestFirst(list);
+        const bool isInRange = index >= 0 && static_cast<std::size_t>(index) < list.count();
+        return isInRange ? list.objectAtIndex(static_cast<std::size_t>(index)) : nullptr;
+    });
+    if (!best) {
+        return nullptr;
     }
+    bestProxyToConnect_.set(best);
     platform::diagnostics::print(text::format("--******* mimimum latency host app inializer=%@ and time= %ld ",
                                               best->ipAddr(), static_cast<std::int64_t>(best->pingTime())));
     return best;

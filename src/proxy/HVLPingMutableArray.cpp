@@ -13,7 +13,6 @@ namespace havrel {
 
 namespace text = platform::text;
 using platform::Value;
-using Text = HVLPingHost::Text;
 
 namespace {
 
@@ -23,9 +22,9 @@ constexpr const char* addressKey = "ipAddr";
 constexpr const char* mappedNameKey = "mappedHostName";
 constexpr const char* latencyKey = "pingTime";
 
-/// Far more than the service lists. The files stand where everyone may write, and each record costs memory and a ping.
+/// Far more than the service lists. Others may write the files, and each record costs memory and a ping.
 constexpr std::size_t recordLimit = 10'000;
-/// Of all texts together, which a binary file can make out of next to nothing.
+/// In bytes, of all texts together: a small binary file can refer to one long text many times.
 constexpr std::size_t textLimit = std::size_t{4} << 20;
 
 bool answered(const HVLPingHostPtr& host) { return host->pingTime() != 0; }
@@ -42,12 +41,11 @@ std::size_t textSizeOf(const HVLPingHost& host) {
            host.mappHostName().value_or("").size();
 }
 
-/// The text as a container takes it, which holds no absent object.
-Value present(const Text& value, const char* key) {
-    if (!value) {
+Value required(const std::optional<std::string>& text, const char* key) {
+    if (!text) {
         throw platform::Exception(std::string("proxy record without ") + key);
     }
-    return *value;
+    return *text;
 }
 
 HVLPingMutableArray fromPingString(const std::string& pings, const char* separator) {
@@ -56,14 +54,16 @@ HVLPingMutableArray fromPingString(const std::string& pings, const char* separat
     return list;
 }
 
-/// The first record of which the test holds, else null.
-template <typename Test>
-HVLPingHostPtr firstOf(const HVLPingMutableArray& list, const Test& test) {
-    const auto found = std::find_if(list.begin(), list.end(), test);
+template <typename Predicate>
+HVLPingHostPtr firstOf(const HVLPingMutableArray& list, const Predicate& matches) {
+    const auto found = std::find_if(list.begin(), list.end(), matches);
     return found != list.end() ? *found : nullptr;
 }
 
-bool matches(const Text& field, const Text& wanted) { return wanted && field == wanted; }
+/// Two absent texts aren't equal here.
+bool isSame(const std::optional<std::string>& field, const std::optional<std::string>& wanted) {
+    return wanted && field == wanted;
+}
 
 void requireIndex(bool inRange) {
     if (!inRange) {
@@ -161,7 +161,7 @@ HVLPingMutableArray::Storage HVLPingMutableArray::removeAllZeroPings(const HVLPi
 void HVLPingMutableArray::removeAllZeroPings() { mutableStorage_ = removeAllZeroPings(*this); }
 
 void HVLPingMutableArray::sortPingArrayByMinimumPingTime() {
-    // Latencies may change under the sort's hands, so it looks at each one once.
+    // Ping workers may change latencies during the sort, so each one is read once.
     std::vector<std::pair<std::uint64_t, HVLPingHostPtr>> keyed;
     keyed.reserve(count());
     for (HVLPingHostPtr& host : mutableStorage_) {
@@ -175,18 +175,18 @@ void HVLPingMutableArray::sortPingArrayByMinimumPingTime() {
 
 HVLPingHostPtr HVLPingMutableArray::getMinimumPingTimeHost() const { return firstOf(*this, answered); }
 
-HVLPingHostPtr HVLPingMutableArray::findHost(const Text& name) const {
+HVLPingHostPtr HVLPingMutableArray::findHost(const std::optional<std::string>& name) const {
     return firstOf(*this, [&](const HVLPingHostPtr& host) {
-        return matches(host->hostName(), name) || matches(host->mappHostName(), name);
+        return isSame(host->hostName(), name) || isSame(host->mappHostName(), name);
     });
 }
 
-HVLPingHostPtr HVLPingMutableArray::findHostByIP(const Text& address) const {
-    return firstOf(*this, [&](const HVLPingHostPtr& host) { return matches(host->ipAddr(), address); });
+HVLPingHostPtr HVLPingMutableArray::findHostByIP(const std::optional<std::string>& address) const {
+    return firstOf(*this, [&](const HVLPingHostPtr& host) { return isSame(host->ipAddr(), address); });
 }
 
-HVLPingHostPtr HVLPingMutableArray::findHostByMappedName(const Text& name) const {
-    return firstOf(*this, [&](const HVLPingHostPtr& host) { return matches(host->mappHostName(), name); });
+HVLPingHostPtr HVLPingMutableArray::findHostByMappedName(const std::optional<std::string>& name) const {
+    return firstOf(*this, [&](const HVLPingHostPtr& host) { return isSame(host->mappHostName(), name); });
 }
 
 HVLPingMutableArray HVLPingMutableArray::copyArray() const { return HVLPingMutableArray(mutableStorage_); }
@@ -225,9 +225,9 @@ platform::Array HVLPingMutableArray::getPlistArray() const {
     entries.reserve(count());
     for (const HVLPingHostPtr& host : *this) {
         entries.emplace_back(
-            platform::Dictionary{{hostNameKey, present(host->hostName(), hostNameKey)},
-                                 {addressKey, present(host->ipAddr(), addressKey)},
-                                 {mappedNameKey, present(host->mappHostName(), mappedNameKey)},
+            platform::Dictionary{{hostNameKey, required(host->hostName(), hostNameKey)},
+                                 {addressKey, required(host->ipAddr(), addressKey)},
+                                 {mappedNameKey, required(host->mappHostName(), mappedNameKey)},
                                  {latencyKey, std::to_string(static_cast<std::int32_t>(host->pingTime()))}});
     }
     return entries;

@@ -1,4 +1,4 @@
-// An ordered list of proxy records, with the proxy-list file format and the texts made from it.
+// An ordered list of proxy records, its file format and its text forms.
 #pragma once
 
 #include "foundation/value.h"
@@ -10,24 +10,25 @@
 
 namespace havrel {
 
-/// Copying a list shares its records. A list belongs to one thread at a time; its records may get new latencies from
-/// others meanwhile. Records are never null: adding one raises, as an index out of range does (platform::Exception).
+/// Copying a list shares its records. Not thread-safe, though other threads may change the records' latencies
+/// meanwhile. An index out of range and adding a null record throw platform::Exception. Searches return null if nothing
+/// matches.
 class HVLPingMutableArray {
   public:
     using Storage = std::vector<HVLPingHostPtr>;
 
     HVLPingMutableArray() = default;
 
-    /// The records of a proxy-list file; empty when there is no readable one. A key that is missing or holds no text
-    /// leaves its field absent (no latency: 0), an element that is no dictionary is passed over, and so is what
-    /// follows the first 10,000 records or 4 MiB of text.
+    /// The records of a proxy-list file; empty if it can't be read. A text that is missing, or isn't a text, is absent,
+    /// a missing latency 0. Elements that aren't dictionaries are skipped, and reading ends after 10,000 records or 4
+    /// MiB of text.
     static HVLPingMutableArray initWithPlistWithPath(const std::string& path);
     /// From `"name":"latency"` pairs between commas, braces ignored.
     static HVLPingMutableArray initWithPingStringWithCommaSeprator(const std::string& text);
     /// From `name:latency` pairs between blanks, braces ignored.
     static HVLPingMutableArray initWithPingStringWithSpaceSeprator(const std::string& text);
 
-    /// Appends a record without address for each piece that has a ":".
+    /// Appends a record without an address for each piece that contains a ":".
     void createArrayFromString(const std::vector<std::string>& pieces);
 
     std::size_t count() const { return mutableStorage_.size(); }
@@ -35,9 +36,9 @@ class HVLPingMutableArray {
     const HVLPingHostPtr& objectAtIndex(std::size_t index) const;
     void insertObject(HVLPingHostPtr record, std::size_t index);
     void removeObjectAtIndex(std::size_t index);
-    /// Raises unless the whole range lies within the list; an empty range at the end does.
+    /// Throws if any part of the range is outside the list.
     void removeObjectsInRange(std::size_t location, std::size_t length);
-    /// Every occurrence of that very record.
+    /// Removes every occurrence of this record object.
     void removeObject(const HVLPingHostPtr& record);
     void addObject(HVLPingHostPtr record);
     void removeLastObject();
@@ -47,41 +48,41 @@ class HVLPingMutableArray {
 
     Storage::const_iterator end() const { return mutableStorage_.end(); }
 
-    /// The records of another list whose latency is not 0, in its order.
+    /// The records of `list` with a latency other than 0, in order.
     static Storage removeAllZeroPings(const HVLPingMutableArray& list);
-    /// Drops the records with latency 0 from this list.
+    /// The same in place.
     void removeAllZeroPings();
-    /// Ascending and stable, by the latencies as they stand at the call.
+    /// Stable, ascending.
     void sortPingArrayByMinimumPingTime();
 
-    /// The first record with a latency other than 0, else null.
+    /// The first record with a latency other than 0.
     HVLPingHostPtr getMinimumPingTimeHost() const;
-    /// The first record with that host name or mapped name, else null. An absent argument finds nothing in any search.
-    HVLPingHostPtr findHost(const HVLPingHost::Text& name) const;
-    HVLPingHostPtr findHostByIP(const HVLPingHost::Text& address) const;
-    HVLPingHostPtr findHostByMappedName(const HVLPingHost::Text& name) const;
+    /// The first record with that host name or mapped name; nullopt matches nothing, here and below.
+    HVLPingHostPtr findHost(const std::optional<std::string>& name) const;
+    HVLPingHostPtr findHostByIP(const std::optional<std::string>& address) const;
+    HVLPingHostPtr findHostByMappedName(const std::optional<std::string>& name) const;
 
     /// A new list of the same records.
     HVLPingMutableArray copyArray() const;
     std::size_t countNoZeroPingTimeProxies() const;
 
-    /// `a:5 b:7 `, a blank behind each item.
+    /// `a:5 b:7 `, with a blank after each item.
     std::string toJSONFormat() const;
     /// `"a":"5","b":"7"`
     std::string toRegisterJSONFormat() const;
     /// `HostProxies State : a:5,b:7,`
     std::string getPintableString() const;
 
-    /// Has no visible effect.
+    /// Does nothing.
     void print() const {}
 
-    /// The root array of the file format; the latency is the low 32 bits as signed text. Raises when a record lacks a
-    /// name, an address or a mapped name.
+    /// The root array of the file format; latencies are the low 32 bits as signed text. Throws platform::Exception if a
+    /// record lacks a host name, an address or a mapped name.
     platform::Array getPlistArray() const;
-    /// Replaces the file atomically; false when it could not. Raises as above, before anything is written.
+    /// Replaces the file atomically; false on failure. Throws as `getPlistArray` does, before anything is written.
     bool writeProxyOnFile(const std::string& path) const;
 
-    /// A flag for the list's users; no operation reads or sets it.
+    /// Not used by any operation.
     bool isPingsAreSorted = false;
 
   private:

@@ -8,10 +8,10 @@ namespace havrel {
 
 class HVLPingOperation : public platform::Operation {
   public:
-    /// Shares the record: a ping that outlives its pass still has one to write into.
+    /// Shares ownership of the record, as a ping may outlive the pass that queued it.
     static std::shared_ptr<HVLPingOperation> initWithPingHost(HVLPingHostPtr pingHost);
 
-    /// Measures the record unless cancelled before; a ping that has begun runs to its end.
+    /// Measures the record unless cancelled before; a running ping isn't interrupted.
     void main() override;
 
     const HVLPingHostPtr& pingHost() const { return pingHost_; }

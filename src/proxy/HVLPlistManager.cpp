@@ -21,26 +21,29 @@ using platform::Value;
 
 namespace {
 
-/// The proxy that an answer always gives first.
+/// Always the first record of a mapped answer.
 constexpr const char* firstProxy = "P1";
 
-/// A stored best latency above this many milliseconds calls for a ping to all proxies.
+/// In milliseconds; a best stored latency above it is logged as "isPingToALL:1".
 constexpr std::int32_t slowLatency = 50;
 
 void log(const std::string& line) { HVLLogger::instanceHost().logString(line); }
 
 std::string listUrl() { return HVLUrl::getStringUrlBaseNET("/cgi-bin/hvl/v4/get_proxy_list.cgi"); }
 
-/// The shell takes the path's two halves for two files; the lines have always been sent so.
-void openProxyFiles() {
+/// Meant to open the files to everyone. The path is unquoted and contains a blank, so the shell sees two other files
+/// and nothing changes. The command lines are fixed, AllProxies.plist twice included.
+void chmodProxyFiles() {
     for (const std::string& path : {paths::proxies, paths::allProxies, paths::allProxies}) {
         platform::processes::system(text::format("sudo chmod 777 %@", path));
     }
 }
 
-HVLPingHost::Text domainOf(const Value* proxy) { return proxy != nullptr ? proxy->textMember("domain") : std::nullopt; }
+std::optional<std::string> domainOf(const Value* proxy) {
+    return proxy != nullptr ? proxy->textMember("domain") : std::nullopt;
+}
 
-/// Fisher-Yates from the front. The bias of the remainder doesn't matter: no client is to prefer the first proxies.
+/// Fisher-Yates from the front, so that hosts don't all prefer the same proxies. The modulo bias doesn't matter.
 void shuffle(HVLPingMutableArray& list) {
     for (std::size_t i = 0; i < list.count(); ++i) {
         const std::size_t other = i + platform::system_info::random() % (list.count() - i);
@@ -50,7 +53,7 @@ void shuffle(HVLPingMutableArray& list) {
     }
 }
 
-/// Whether the best stored latency is a slow one.
+/// Whether the best stored latency is a slow one; logs it.
 bool isPingToAll(HVLPingMutableArray stored) {
     stored.removeAllZeroPings();
     stored.sortPingArrayByMinimumPingTime();
@@ -79,12 +82,12 @@ void HVLPlistManager::startPlistUpdateManager() const {
         log("Helper :  app is installed now so fetch proxy list from server and ping to ALL");
         checkProxyIsChanged();
     } catch (const platform::Exception&) {
-        // An answer with an incomplete proxy is passed over.
+        // A proxy without an address can't be written, so the whole answer is ignored.
     }
 }
 
 void HVLPlistManager::checkProxyIsChanged() const {
-    openProxyFiles();
+    chmodProxyFiles();
     const std::optional<std::string> body = fetchProxyListFromServer();
     log("Host : ProxyList : CheckForProxyUpdate()");
     if (!body) {

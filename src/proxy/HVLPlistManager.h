@@ -1,4 +1,4 @@
-// Fetches the list of relay proxies after an installation and tells every process of the product that it is new.
+// Fetches the list of relay proxies once after an installation and announces it to the product's applications.
 #pragma once
 
 #include "proxy/HVLPingMutableArray.h"
@@ -8,37 +8,40 @@
 
 namespace havrel {
 
-/// Everything runs on the caller's thread and may block for a request's time-out.
+/// Every operation runs on the caller's thread; one that fetches blocks for up to the request's time-out. Optional
+/// results are nullopt on any failure. Thread-safe, except that runs at the same time overwrite each other's file.
 class HVLPlistManager {
   public:
     HVLPlistManager() = default;
-    /// Keeps the path; no operation uses it.
+    /// Stores `hostPlistPath`, which no operation uses.
     static HVLPlistManager initWithPlist(std::string path);
 
-    /// While the install marker is there, logs and runs `checkProxyIsChanged`; what the platform raises is dropped.
+    /// Runs `checkProxyIsChanged` if the install marker exists; a platform::Exception from it is dropped.
     void startPlistUpdateManager() const;
 
-    /// Fetches the list, writes it in random order to AllProxies.plist and posts the notification. The comparison
-    /// with the stored list is only logged. Raises when a proxy has no address: nothing is written or posted then.
+    /// Fetches the list, writes it in random order and with latencies of 0 to AllProxies.plist, and posts the
+    /// notification. Whether it differs from the stored list is only logged. Throws platform::Exception when a proxy
+    /// has no address; nothing is written or posted then.
     void checkProxyIsChanged() const;
 
-    /// The raw answer, whatever its status; nothing on a transport failure.
+    /// The body of the answer, whatever its HTTP status; nullopt on a transport error.
     std::optional<std::string> fetchProxyListFromServer() const;
     std::optional<std::string> getUpdatedProxyOnGetRequest() const;
-    /// Another way to fetch the same list, as a POST. Not used.
+    /// Fetches the same list by a POST; unused.
     std::optional<std::string> getUpdatedProxyList() const;
 
-    /// The records of an answer, "P1" first, whether the answer lists it or not; nothing when the answer is no JSON
-    /// object. A proxy without a "domain" text has no address.
+    /// The records of an answer, "P1" first even if the answer doesn't list it; nullopt if it isn't a JSON object.
+    /// A proxy without a "domain" text gets no address.
     std::optional<HVLPingMutableArray> mapProxyStringToProxyList(const std::string& body) const;
 
-    /// Whether the lists differ in names or addresses; order and latencies play no part. An empty fresh list counts
+    /// Whether the lists differ in names or addresses; order and latencies don't matter. An empty fresh list counts
     /// as unchanged.
     bool isProxyListChanged(const HVLPingMutableArray& fresh, const HVLPingMutableArray& stored) const;
 
-    /// Writes the list, if there is one, and logs whether that worked.
+    /// Writes the list, if any, and logs whether it was written.
     void writeProxyOnFile(const std::string& path, const std::optional<HVLPingMutableArray>& content) const;
 
+    /// Posts "HVLProxyStateChangedNotification".
     void generateNotificationForChange() const;
 
     const std::string& hostPlistPath() const { return hostPlistPath_; }
