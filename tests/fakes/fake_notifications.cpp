@@ -15,7 +15,11 @@ ObservationPtr distributed_center::addObserver(const std::string& name, Notifica
 
 void distributed_center::post(const std::string& name, const std::string& object,
                               const std::optional<Dictionary>& userInfo, std::uint32_t options) {
-    fakes::notifications::posts.add(fakes::notifications::Post{name, object, userInfo, options});
+    const fakes::notifications::Post post{name, object, userInfo, options};
+    fakes::notifications::posts.add(post);
+    if (const auto hook = fakes::notifications::onPost()) {
+        hook(post);
+    }
 }
 
 void distributed_center::flush() {}

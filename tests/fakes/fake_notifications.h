@@ -17,8 +17,14 @@ struct Post {
 
 inline Steered<std::vector<Post>> posts;
 
-/// Forgets the posts; observers stay.
-inline void reset() { posts({}); }
+/// Called on the poster's thread with each post.
+inline Steered<std::function<void(const Post&)>> onPost;
+
+/// Forgets the posts and the hook; observers stay.
+inline void reset() {
+    posts({});
+    onPost({});
+}
 
 inline std::size_t countOf(const std::string& name) {
     const auto made = posts();

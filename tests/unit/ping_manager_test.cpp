@@ -1,3 +1,4 @@
+#include "foundation/error.h"
 #include "foundation/format.h"
 #include "foundation/text.h"
 #include "prefs/HVLUserPrefManager.h"
@@ -5,6 +6,7 @@
 #include "support/core_test.h"
 #include "support/ping_lists.h"
 #include "trial/support/wait.h"
+#include "util/PropertyListFile.h"
 
 #include <latch>
 
@@ -19,15 +21,26 @@ using trial::eventually;
 class PingManager : public support::CoreTest {
   protected:
     PingManager() {
-        fakes::clock::onSleep([this](auto) { drain(); });
-        // A proxy answers in as many milliseconds as its name ends in; "a0" is silent.
-        fakes::processes::onPing([](const std::string& address) {
-            const std::string latency = address.substr(address.find_last_not_of("0123456789") + 1);
-            return latency == "0" ? std::string() : fakes::processes::pingSummary(latency + ".5");
+        fakes::clock::onSleep([this](auto) { waitForPings(); });
+        fakes::processes::onPing(answer);
+    }
+
+    /// A proxy answers in as many milliseconds as its name ends in; "a0" is silent.
+    static std::string answer(const std::string& address) {
+        const std::string latency = address.substr(address.find_last_not_of("0123456789") + 1);
+        return latency == "0" ? std::string() : fakes::processes::pingSummary(latency + ".5");
+    }
+
+    /// From now on pings last until the end of the test and answer in 70 ms.
+    void holdPings() {
+        fakes::clock::onSleep({});
+        fakes::processes::onPing([this](const std::string&) {
+            released.wait();
+            return fakes::processes::pingSummary("70");
         });
     }
 
-    void drain() const {
+    void waitForPings() const {
         EXPECT_TRUE(eventually([this] { return manager->pingingQueue()->operationCount() == 0; }));
     }
 
@@ -40,86 +53,204 @@ class PingManager : public support::CoreTest {
 
     static std::string downFrom(int first) { return first == 0 ? "" : one(first) + downFrom(first - 1); }
 
+    /// The same proxies without a latency.
+    static std::string unmeasured(int first) { return platform::text::replaceAll(downFrom(first), ":", ":x"); }
+
+    std::latch released{1};
     std::optional<HVLPingManager> manager;
 };
 
-TEST_F(PingManager, GoesOnAfterATurnThatFailed) {
-    fakes::clock::setStepped(true);
-    manager.emplace().startPingOnNewThread();
-    fakes::clock::waitForSleepers(1);
-    root.write(proxies, "<plist><array><dict><key>pingTime</key><integer>5</integer></dict></array></plist>");
-    for (int sleep = 0; sleep < 3; ++sleep) {
-        fakes::clock::advance();
-        fakes::clock::waitForSleepers(1);
-    }
-    EXPECT_THAT(fakes::clock::sleeps(), ElementsAre(480s, 1s, 480s, 1s)); // 1 s for the top five
-    manager->startPingOnNewThreadForUpdateOnce();                         // beside the pinger that sleeps
-    fakes::notifications::waitFor("BestThreeProxyFoundNotification", 2);
-    EXPECT_EQ(lastPost(), "BestThreeProxyFoundNotification//3");
-    manager->updatePingFromLatestProxy(); // ends though it waits, as the pinger ends though it sleeps
-}
-
-TEST_F(PingManager, MeasuresWritesAndTells) {
+TEST_F(PingManager, MeasuresWritesLogsAndPosts) {
     using Measure = void (*)(HVLPingManager&);
     const Measure known = [](HVLPingManager& made) { made.startPing(); };
     const Measure topFive = [](HVLPingManager& made) { made.pintThreeBestProxiesOnOneHr(15); };
     const Measure every = [](HVLPingManager& made) { made.startPingForAllProxies(); };
-    const auto unknown = [](int last) { return platform::text::replaceAll(downFrom(last), ":", ":x"); };
-    // clang-format off
-    const std::tuple<Measure, std::string, std::string, std::string, std::string, std::size_t, bool> rows[] = {
-        // what is done, the best and all as stored; the best and all then, how many are pinged, is it told?
-        {known,   "a0:0 b0:20 c3:35 d3:0", "",                   "c3:3 d3:3 b0:20 ", "",                     4,  true},
-        {known,   downFrom(51),            "",                   upTo(50),           "",                     51, true},
-        {topFive, "g3:7 a7:70 b6:60 z9:0 c5:50 d4:40 e0:30", "", "g3:3 a7:70 b6:6 z9:0 c5:5 d4:4 e0:30 ", "", 5, true},
-        {topFive, "x0:3 y1:0",             "b:9 ",               "x0:3 y1:0 ",       "b:9 ",                 1,  true},
-        {topFive, "a1:0",                  "b:9 c:0 d:4",        "d:4 b:9 ",         "b:9 c:0 d:4 ",         0,  false},
-        {topFive, "",                      downFrom(60),         upTo(50),           downFrom(60),           0,  false},
-        {every,   "a1:1",                  unknown(50) + "z0:0", upTo(50),           downFrom(50) + "z0:0 ", 51, true},
-        {every,   "a1:1",                  unknown(49),          "a1:1 ",            downFrom(49),          49, false}};
-    // clang-format on
-    for (const auto& [measure, best, all, bestThen, allThen, pinged, isTold] : rows) {
-        SCOPED_TRACE(best);
+    const auto found = [](int count) { return platform::text::format("Five Best Proxies On OneHr Count - %d", count); };
+
+    struct Files {
+        std::string best, all;
+    };
+
+    struct Row {
+        const char* name;
+        Measure measure;
+        Files before, after;
+        std::size_t pings;
+        bool isPosted;
+        std::vector<std::string> log;
+    };
+
+    const Row rows[] = {
+        {"the silent keep what they had", known, {"a0:0 b0:20 c3:35 d3:0", ""}, {"c3:3 d3:3 b0:20 ", ""}, 4, true, {}},
+        {"50 known are kept", known, {downFrom(51), ""}, {upTo(50), ""}, 51, true, {}},
+        {"the file keeps its order",
+         topFive,
+         {"g3:7 a7:70 b6:60 z9:0 c5:50 d4:40 e0:30", ""},
+         {"g3:3 a7:70 b6:6 z9:0 c5:5 d4:4 e0:30 ", ""},
+         5,
+         true,
+         {found(6)}},
+        {"refilled",
+         topFive,
+         {"a1:0", downFrom(60) + "z:0 "},
+         {upTo(50), downFrom(60) + "z:0 "},
+         0,
+         false,
+         {found(0), "Top proxies list is empty. Helper Reupdate"}},
+        {"nothing to refill from", topFive, {"a1:0", ""}, {"a1:0 ", ""}, 0, false, {found(0)}},
+        {"50 of all answer",
+         every,
+         {"a1:1", "z0:0 " + unmeasured(50)},
+         {upTo(50), "z0:0 " + downFrom(50)},
+         51,
+         true,
+         {}},
+        {"49 of all answer", every, {"a1:1", unmeasured(49)}, {"a1:1 ", downFrom(49)}, 49, false, {}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
         fakes::notifications::reset();
         fakes::processes::calls({});
         root.write(hostInstallMarker, "");
-        store(proxies, best);
-        store(allProxies, all);
-        measure(manager.emplace());
-        EXPECT_EQ(storedPings(proxies), bestThen);
-        EXPECT_EQ(storedPings(allProxies), allThen);
-        EXPECT_EQ(fakes::processes::calls().size(), pinged);
-        EXPECT_EQ(fakes::notifications::countOf("BestThreeProxyFoundNotification"), isTold ? 1 : 0);
-        EXPECT_EQ(manager->isPingCompleted(), measure != topFive);
-        EXPECT_EQ(std::filesystem::exists(root.at(hostInstallMarker)), measure != every || !isTold);
+        store(proxies, row.before.best);
+        store(allProxies, row.before.all);
+        takeLog(hostLog);
+        row.measure(manager.emplace());
+        EXPECT_EQ(storedPings(proxies), row.after.best);
+        EXPECT_EQ(storedPings(allProxies), row.after.all);
+        EXPECT_EQ(fakes::processes::calls().size(), row.pings);
+        EXPECT_EQ(fakes::notifications::countOf("BestThreeProxyFoundNotification"), row.isPosted ? 1 : 0);
+        EXPECT_EQ(takeLog(hostLog), row.log);
+        EXPECT_EQ(manager->isPingCompleted(), row.measure != topFive);
+        EXPECT_EQ(std::filesystem::exists(root.at(hostInstallMarker)), row.measure != every || !row.isPosted);
     }
-    manager->doPingInTimeOut(60); // from now on among what has answered
-    EXPECT_EQ(storedPings(proxies), upTo(49));
-    EXPECT_THAT(fakes::clock::sleeps(), IsSupersetOf({15s, 15s}));
-    EXPECT_TRUE(hostPreferences().isPingToProxyDone());
+    EXPECT_EQ(manager->plistPingArray().toJSONFormat(), upTo(49)) << "too few for the file are measured all the same";
 }
 
-TEST_F(PingManager, GivesUpWhatHasNotBegunInTime) {
-    store(proxies, downFrom(60));
-    std::latch release(1);
-    fakes::processes::onPing([&](const std::string&) {
-        release.wait();
-        return fakes::processes::pingSummary("70");
+TEST_F(PingManager, TellsWhileItMeasuresTheKnownProxies) {
+    store(proxies, "a1:1");
+    hostPreferences().setIsPingToProxyDone(true);
+    fakes::processes::onPing([](const std::string& address) {
+        EXPECT_FALSE(hostPreferences().isPingToProxyDone());
+        return answer(address);
     });
-    fakes::clock::onSleep([](auto) { eventually([] { return fakes::processes::calls().size() == 50; }); });
-    manager.emplace().doPingInTimeOut(3);
-    EXPECT_THAT(fakes::clock::sleeps(), ElementsAre(1s, 1s, 1s));
-    manager->pintThreeBestProxiesOnOneHr(1);
-    EXPECT_EQ(storedPings(proxies), upTo(50)); // what was known before
-    manager->stop();
-    release.count_down();
-    drain();
-    EXPECT_EQ(fakes::processes::calls().size(), 50);
-    EXPECT_EQ(manager->plistPingArray().objectAtIndex(0)->pingTime(), 70) << "what had begun still reports";
+    manager.emplace().startPing();
+    EXPECT_TRUE(hostPreferences().isPingToProxyDone());
+    EXPECT_EQ(lastPost(), "BestThreeProxyFoundNotification//3");
 }
 
-TEST_F(PingManager, HoldsAStormOfNotificationsInBounds) {
+TEST_F(PingManager, WaitsNoLongerThanItsLimit) {
+    struct Row {
+        const char* name;
+        void (*measure)(HVLPingManager&);
+        std::size_t seconds;
+    };
+
+    const Row rows[] = {
+        {"as asked", [](HVLPingManager& made) { made.doPingInTimeOut(3); }, 3},
+        {"not at all", [](HVLPingManager& made) { made.doPingInTimeOut(-1); }, 0},
+        {"the known proxies", [](HVLPingManager& made) { made.startPing(); }, 60},
+        {"every proxy", [](HVLPingManager& made) { made.startPingForAllProxies(); }, 60},
+        {"the top five", [](HVLPingManager& made) { made.pintThreeBestProxiesOnOneHr(1); }, 1},
+    };
+    store(proxies, downFrom(60));
+    store(allProxies, downFrom(60));
+    holdPings();
+    std::list<HVLPingManager> managers;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        fakes::clock::sleeps({});
+        row.measure(managers.emplace_back());
+        EXPECT_THAT(fakes::clock::sleeps(), AllOf(SizeIs(row.seconds), Each(1s)));
+    }
+    fakes::clock::sleeps({});
+    fakes::clock::blockFrom(8min);
+    managers.emplace_back().startPingOnNewThread();
+    fakes::clock::waitForSleepers(1);
+    EXPECT_THAT(fakes::clock::sleeps(), SizeIs(10 + 1 + 60 + 1)) << "a full turn and its pause";
+    released.count_down();
+}
+
+TEST_F(PingManager, CancelsWhatHasNotBegunInTime) {
+    store(proxies, downFrom(60));
+    holdPings();
+    fakes::clock::onSleep([](auto) { eventually([] { return fakes::processes::calls().size() == 50; }); });
+    manager.emplace().doPingInTimeOut(1);
+    EXPECT_EQ(manager->pingingQueue()->operationCount(), 50);
+    EXPECT_EQ(storedPings(proxies), upTo(50)) << "the known latencies";
+    released.count_down();
+    waitForPings();
+    EXPECT_EQ(fakes::processes::calls().size(), 50);
+    EXPECT_EQ(manager->plistPingArray().objectAtIndex(0)->pingTime(), 70) << "a ping that has begun still reports";
+}
+
+TEST_F(PingManager, StoresTheTopFiveInTheFileAsItIsByThen) {
+    store(proxies, "a1:10 b2:20");
+    fakes::clock::onSleep([this](auto) {
+        waitForPings();
+        store(proxies, "c3:30 b2:25 d4:0");
+    });
+    manager.emplace().pintThreeBestProxiesOnOneHr(15);
+    EXPECT_EQ(storedPings(proxies), "c3:30 b2:2 d4:0 ");
+}
+
+TEST_F(PingManager, LeavesTheFileToTheListThatHasReplacedTheMeasuredOne) {
+    store(proxies, "a1:10");
+    fakes::clock::onSleep([this](auto) {
+        waitForPings();
+        store(proxies, "b2:20");
+        manager->getPingFromFile();
+    });
+    manager.emplace().doPingInTimeOut(60);
+    EXPECT_EQ(storedPings(proxies), "b2:20 ");
+    EXPECT_EQ(manager->pingArray().toJSONFormat(), "a1:1 ");
+}
+
+TEST_F(PingManager, KeepsTheKnownProxiesWhenNobodyAnswers) {
+    store(proxies, "a1:10");
+    store(allProxies, "a0:0 b0:0");
+    manager.emplace().startPingForAllProxies();
+    EXPECT_EQ(manager->plistPingArray().toJSONFormat(), "a1:10 ");
+}
+
+TEST_F(PingManager, LeavesOutARecordThatLacksAText) {
+    auto records = pings("a2:20 b1:10").getPlistArray();
+    records.emplace_back(platform::Dictionary{{"hostName", "no address"}, {"pingTime", "9"}});
+    for (const std::string& path : {proxies, allProxies}) {
+        writePropertyList(path, records);
+    }
+    manager.emplace().pintThreeBestProxiesOnOneHr(15);
+    EXPECT_EQ(storedPings(proxies), "a2:2 b1:1 ");
+    writePropertyList(proxies, records);
+    manager.emplace().startPing();
+    EXPECT_EQ(storedPings(proxies), "b1:1 a2:2 ");
+    manager->startPingForAllProxies();
+    EXPECT_EQ(storedPings(allProxies), "a2:2 b1:1 ");
+}
+
+TEST_F(PingManager, TakesEachTurnAndEachOfItsStepsByItself) {
+    store(proxies, "a1:1");
+    holdPings();
+    fakes::clock::blockFrom(8min);
+    fakes::clock::onSleep([](auto duration) { duration == 1s ? throw platform::Exception("spoilt") : void(); });
+    manager.emplace().startPingOnNewThread();
+    fakes::clock::waitForSleepers(1);
+    EXPECT_THAT(fakes::clock::sleeps(), ElementsAre(1s, 1s, 1s, 8min)) << "three steps, none of which got further";
+    EXPECT_TRUE(manager->isPingCompleted());
+    fakes::clock::advance();
+    fakes::clock::waitForSleepers(1);
+    EXPECT_THAT(fakes::clock::sleeps(), ElementsAre(1s, 1s, 1s, 8min, 1s, 8min));
+    EXPECT_TRUE(manager->isPingCompleted());
+    released.count_down();
+    fakes::clock::onSleep({});
+    manager->startPingOnNewThreadForUpdateOnce(); // beside the pinger, which sleeps
+    fakes::notifications::waitFor("BestThreeProxyFoundNotification", 1);
+}
+
+TEST_F(PingManager, RunsAtMostEightPassesAndBeginsThemBetweenMeasurements) {
     const auto threads = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); };
     const auto change = [] { fakes::notifications::deliver({"HVLProxyStateChangedNotification", "", std::nullopt}); };
+    fakes::clock::setStepped(true);
     const auto before = threads();
     manager.emplace();
     for (int i = 0; i < 1000; ++i) {
@@ -129,8 +260,9 @@ TEST_F(PingManager, HoldsAStormOfNotificationsInBounds) {
     store(allProxies, upTo(50));
     change();
     EXPECT_TRUE(eventually([this] { return manager->allProxyListArray().count() == 50; }));
-    EXPECT_THAT(fakes::processes::calls(), IsEmpty()) << "passes wait for the first measurement";
     manager->doPingInTimeOut(0);
+    EXPECT_THAT(fakes::processes::calls(), IsEmpty()) << "a pass looks once a second";
+    fakes::clock::setStepped(false);
     fakes::notifications::waitFor("BestThreeProxyFoundNotification", 1);
     EXPECT_EQ(storedPings(proxies), upTo(50));
 }
@@ -138,7 +270,9 @@ TEST_F(PingManager, HoldsAStormOfNotificationsInBounds) {
 TEST_F(PingManager, ChoosesAmongWhatItHasMeasured) {
     store(proxies, "a:0 b:20 c:10");
     EXPECT_EQ(HVLPingManager::initWithPlist().bestProxyOnCurrentProxyPingsWithPno(1)->toJSON(), "b:20");
-    auto list = pings("a:1 b:2 c:0 d:4"), source = pings("d:8 m-a:9 b:16 c:32");
+    EXPECT_EQ(HVLPingManager::initWithPlist().bestProxyOnCurrentProxyPingsWithPno(2), nullptr);
+    auto list = pings("a:1 b:2 c:0 d:4");
+    auto source = pings("d:8 m-a:9 b:16 c:32");
     EXPECT_EQ(HVLPingManager::generateTotalOfPings(list, source).toJSONFormat(), "b:18 d:12 ");
     EXPECT_EQ(HVLPingManager::fethProxyRechableToBoth(list, source).toJSONFormat(), "b:2 d:4 ");
 }
