@@ -1,7 +1,6 @@
-// The file system, seen through HAVREL_ROOT. Paths are absolute. No component of a path below the root may be a
-// link, and only regular files are read or replaced: the product's folders are writable for everyone, so
-// whatever else stands there is an attack and counts as unreadable. Errors show only in the results; nothing throws
-// but std::bad_alloc. Every operation may be called from any thread.
+// The file system below HAVREL_ROOT. The product's folders are writable for everyone, so whatever stands there may be
+// an attack: no name on a path may be a link, and only regular files are read. Paths are absolute, one with ".." or a
+// zero byte names nothing. Thread-safe; errors show only in the results.
 #pragma once
 
 #include "foundation/limits.h"
@@ -16,41 +15,42 @@
 
 namespace platform::files {
 
-/// The most that a property list, JSON or log file may hold, in bytes.
+/// The longest property list, JSON or log file, in bytes.
 inline constexpr std::size_t readLimit = documentLimit;
 
-/// Whether the new content must be on the disk before it takes the old one's place.
+/// Whether the new content must be on the disk before it replaces the old.
 enum class Durability { cached, flushed };
 
-/// Whether something of that name is there, whatever it is.
+/// Whether there is anything of that name, even a dangling link.
 bool exists(const std::string& path);
 
-/// The whole content; nothing when it is no regular file, unreadable or longer than `limit` bytes.
+/// The whole content; nullopt when the file is absent, not regular, unreadable or longer than `limit` bytes.
 std::optional<std::string> read(const std::string& path, std::size_t limit = readLimit);
 
-/// Replaces the content atomically: a reader sees the whole old file or the whole new one. An existing file's mode and
-/// owner are kept, a new one is 0644. The folder must exist. On failure the old file and nothing else is left.
+/// Replaces the content atomically: a reader sees the old file or the new one, never a part. A regular file's mode and
+/// owner are kept; a new file is 0644, and so is one in place of a link, pipe, socket or device. False when the folder
+/// is missing, a folder is in the file's place (said once on standard error) or writing fails; then nothing changes.
 bool replace(const std::string& path, std::string_view content, Durability durability);
 
-/// Waits for the replacements under way; later ones wait for good. For the end of the process, which else might leave
-/// a file of ours behind.
+/// Waits for the replacements under way and blocks later ones for good, so that the end of the process leaves no
+/// temporary file.
 void endWrites();
 
-/// Creates an empty file (0644) unless something of that name is there; false when there is no file afterwards.
+/// Creates an empty file (0644) unless the name is taken. True when a regular file is there afterwards.
 bool createEmpty(const std::string& path);
-/// Creates the folder (0755) and its missing parents; false when there is no folder afterwards.
+/// Creates the folder and its missing parents (0755). True when the folder is there afterwards.
 bool createFolders(const std::string& path);
-/// Sets the permission bits (as in chmod) of a file or folder.
+/// Sets the permission bits, as chmod does, of a folder or of a regular file without other names.
 bool setPermissions(const std::string& path, unsigned mode);
-/// Removes a file or a link; folders stay.
+/// Removes anything but a folder.
 bool remove(const std::string& path);
 
-/// Names in a folder, sorted, without "." and ".."; empty when it cannot be read.
+/// The names in a folder, sorted, without "." and ".."; empty when it can't be read.
 std::vector<std::string> list(const std::string& path);
 
-/// Calls `visit` with the size in bytes of each visible item below the folder, folders included; links are not
-/// followed, items whose name begins with "." are passed over with all below them, and what lies deeper than 128
-/// folders is not counted. Memory does not grow with the number of items.
+/// Calls `visit` with the size in bytes of each item below the folder, folders included. Names that begin with "." are
+/// left out with all below them, links are not followed, and what is nested deeper than 128 folders is left out. Memory
+/// doesn't grow with the number of items.
 void walkVisible(const std::string& path, const std::function<void(std::uint64_t bytes)>& visit);
 
 } // namespace platform::files

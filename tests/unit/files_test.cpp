@@ -1,12 +1,16 @@
 // The real file code against what a local user can put into a folder that everyone may write to.
 #include "platform/files.h"
 
+#include "platform/linux/files/descriptor.h"
 #include "support/core_test.h"
 #include "util/HVLFileManager.h"
 
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace files = platform::files;
@@ -15,48 +19,86 @@ using namespace havrel;
 using files::Durability;
 using testing::ElementsAre;
 
+/// What this thread has flushed to the disk, by the names that it had at that moment, and whether it can.
+static thread_local std::vector<std::string> flushed;
+static thread_local bool canFlush = true;
+
+/// In place of the C library's.
+extern "C" int fsync(int descriptor) {
+    flushed.push_back(fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor)));
+    return canFlush ? static_cast<int>(syscall(SYS_fsync, descriptor)) : -1;
+}
+
 class Files : public support::CoreTest {
   protected:
-    Files() { outside.write("/secret", "secret"); }
+    Files() {
+        outside.write("/secret", "secret");
+        fs::permissions(secret, fs::perms(0600));
+    }
 
     unsigned modeOf(const std::string& path) const { return unsigned(fs::status(root.at(path)).permissions()); }
 
     trial::TemporaryFolder outside;
+    const fs::path secret = outside.at("/secret");
     const std::string folder = paths::hostSupport, item = folder + "/item";
 };
 
-TEST_F(Files, AreReadAndReplacedOnlyIfRegular) {
-    const fs::path path = root.at(item), secret = outside.at("/secret");
-    fs::permissions(secret, fs::perms(0600));
+TEST_F(Files, OnlyRegularOnesAreReadAndOnlyFoldersAreNotReplaced) {
+    const fs::path path = root.at(item);
     const auto makeFile = [&](std::size_t size) { root.write(item, std::string(size, 'x')); };
-    // clang-format off
-    const std::tuple<const char*, std::function<void()>, bool, bool, bool, bool> rows[] = {
-        // what, how it is made; is it there? can it be read, given permissions, replaced?
-        {"nothing",       [] {},                                                false, false, false, true},
-        {"16 MiB",        [&] { makeFile(16 << 20); },                          true,  true,  true,  true},
-        {"longer",        [&] { makeFile((16 << 20) + 1); },                    true,  false, true,  true},
-        {"second name",   [&] { fs::create_hard_link(secret, path); },          true,  true,  false, true},
-        {"link",          [&] { fs::create_symlink(secret, path); },            true,  false, false, false},
-        {"dangling link", [&] { fs::create_symlink("/nowhere", path); },        true,  false, false, false},
-        {"pipe",          [&] { mkfifo(path.c_str(), 0666); },                  true,  false, false, false},
-        {"folder",        [&] { fs::create_directory(path); },                  true,  false, true,  false}};
-    // clang-format on
-    for (const auto& [what, make, isThere, isReadable, isPermissible, isReplaceable] : rows) {
-        SCOPED_TRACE(what);
-        make();
-        EXPECT_EQ(files::exists(item), isThere);
-        EXPECT_EQ(files::read(item).has_value(), isReadable);
-        EXPECT_EQ(files::setPermissions(item, 0600), isPermissible);
-        EXPECT_EQ(files::replace(item, "new", Durability::flushed), isReplaceable);
-        EXPECT_EQ(files::createEmpty(item), isReplaceable);
-        EXPECT_EQ(files::read(item) == "new", isReplaceable);
+    const auto makeSocket = [&] {
+        sockaddr_un address{AF_UNIX, {}};
+        path.string().copy(address.sun_path, sizeof address.sun_path);
+        const platform::Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
+        ASSERT_EQ(bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    };
+
+    const struct {
+        const char* name;
+        std::function<void()> make;
+        bool isThere, isReadable, takesPermissions, isReplaceable;
+    } rows[] = {
+        {"nothing", [] {}, false, false, false, true},
+        {"16 MiB", [&] { makeFile(16 << 20); }, true, true, true, true},
+        {"longer", [&] { makeFile((16 << 20) + 1); }, true, false, true, true},
+        {"second name", [&] { fs::create_hard_link(secret, path); }, true, true, false, true},
+        {"link", [&] { fs::create_symlink(secret, path); }, true, false, false, true},
+        {"dangling link", [&] { fs::create_symlink("/nowhere", path); }, true, false, false, true},
+        {"pipe", [&] { mkfifo(path.c_str(), 0666); }, true, false, false, true},
+        {"socket", makeSocket, true, false, false, true},
+        {"folder", [&] { fs::create_directory(path); }, true, false, true, false},
+    };
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        row.make();
+        EXPECT_EQ(files::exists(item), row.isThere);
+        EXPECT_EQ(files::read(item).has_value(), row.isReadable);
+        EXPECT_EQ(files::setPermissions(item, 0600), row.takesPermissions);
+        const bool isCreated = files::createEmpty(item);
+        EXPECT_EQ(isCreated, fs::is_regular_file(fs::symlink_status(path)));
+        EXPECT_EQ(files::replace(item, "new", Durability::flushed), row.isReplaceable);
+        EXPECT_EQ(files::read(item), row.isReplaceable ? std::optional("new") : std::nullopt);
         EXPECT_THAT(files::list(folder), ElementsAre("item")) << "a temporary was left";
-        EXPECT_TRUE(outside.read("/secret") == "secret" && fs::status(secret).permissions() == fs::perms(0600));
-        EXPECT_EQ(files::remove(item), !fs::is_directory(fs::symlink_status(path)));
+        EXPECT_EQ(outside.read("/secret"), "secret");
+        EXPECT_EQ(fs::status(secret).permissions(), fs::perms(0600));
+        EXPECT_EQ(files::remove(item), row.isReplaceable);
         fs::remove(path);
     }
+}
+
+TEST_F(Files, DevicesAreNotRead) {
     fakes::deployment::setRoot("");
-    EXPECT_FALSE(files::read("/dev/zero") || files::replace("/dev/null", "", Durability::cached));
+    EXPECT_EQ(files::read("/dev/zero"), std::nullopt);
+}
+
+TEST_F(Files, AFolderInAFilesPlaceIsToldOfOnce) {
+    const std::string place = folder + "/folder";
+    files::createFolders(place);
+    testing::internal::CaptureStderr();
+    files::replace(place, "", Durability::cached);
+    files::replace(place, "", Durability::cached);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "files: " + place + ": a folder is in the file's place\n");
 }
 
 TEST_F(Files, AreNotReachedThroughALinkOrUpwards) {
@@ -66,34 +108,67 @@ TEST_F(Files, AreNotReachedThroughALinkOrUpwards) {
          {folder + "/linked/secret", folder + "/linked/sub/item", folder + "/../../../top", std::string("top"),
           std::string(), std::string("/top\0", 5), "/" + std::string(256, 'x'), std::string("/top/below")}) {
         SCOPED_TRACE(path);
-        EXPECT_FALSE(files::exists(path) || files::read(path) || files::replace(path, "", Durability::cached));
-        EXPECT_FALSE(files::createEmpty(path) || files::createFolders(path) || files::setPermissions(path, 0777));
-        EXPECT_FALSE(files::remove(path) || !files::list(path).empty());
+        EXPECT_FALSE(files::exists(path));
+        EXPECT_EQ(files::read(path), std::nullopt);
+        EXPECT_FALSE(files::replace(path, "", Durability::cached));
+        EXPECT_FALSE(files::createEmpty(path));
+        EXPECT_FALSE(files::createFolders(path));
+        EXPECT_FALSE(files::setPermissions(path, 0777));
+        EXPECT_FALSE(files::remove(path));
+        EXPECT_THAT(files::list(path), testing::IsEmpty());
     }
-    EXPECT_TRUE(files::list(folder + "/linked").empty());
+    EXPECT_THAT(files::list(folder + "/linked"), testing::IsEmpty());
     EXPECT_EQ(std::distance(fs::directory_iterator(outside.path()), {}), 1);
-    // A link above the root is the administrator's own, and no path is too long if its names are not.
+}
+
+TEST_F(Files, AreReachedThroughALinkAboveTheRootAndOnLongPaths) {
     fs::create_directory_symlink(root.path(), outside.at("/root"));
     fakes::deployment::setRoot(outside.at("/root").string());
     const std::string deep = "/.//top level/" + support::repeated(std::string(100, 'x') + "/", 100);
-    EXPECT_TRUE(files::createFolders(deep) && files::createEmpty(deep + "file") && files::read(deep + "file"));
+    EXPECT_TRUE(files::createFolders(deep));
+    EXPECT_TRUE(files::createEmpty(deep + "file"));
+    EXPECT_EQ(files::read(deep + "file"), "");
+}
+
+TEST_F(Files, TakeFixedModesWhateverTheMaskSays) {
+    const mode_t mask = umask(077);
+    files::replace(item, "new", Durability::cached);
+    files::createEmpty(folder + "/empty");
+    files::createFolders(folder + "/a/b");
+    umask(mask);
+    EXPECT_EQ(modeOf(item), 0644U);
+    EXPECT_EQ(modeOf(folder + "/empty"), 0644U);
+    EXPECT_EQ(modeOf(folder + "/a"), 0755U);
+    EXPECT_EQ(modeOf(folder + "/a/b"), 0755U);
+    EXPECT_TRUE(files::setPermissions(folder + "/a", 777)); // decimal, as the product sets it
+    EXPECT_EQ(modeOf(folder + "/a"), 01411U);
 }
 
 TEST_F(Files, KeepTheirModeAndOwner) {
-    const mode_t mask = umask(077);
-    EXPECT_TRUE(files::replace(item, "new", Durability::cached) && files::createFolders(folder + "/a/b"));
-    umask(mask);
-    EXPECT_THAT((std::vector{modeOf(item), modeOf(folder + "/a/b")}), ElementsAre(0644, 0755));
+    root.write(item, "old");
     const uid_t owner = geteuid() == 0 ? 12345 : geteuid(); // only root can give a file away
     EXPECT_EQ(chown(root.at(item).c_str(), owner, getegid()), 0);
-    EXPECT_TRUE(files::setPermissions(item, 06660) && files::setPermissions(folder + "/a", 777));
-    EXPECT_TRUE(files::replace(item, "newer", Durability::cached));
-    EXPECT_THAT((std::vector{modeOf(item), modeOf(folder + "/a")}), ElementsAre(0660, 01411));
+    EXPECT_TRUE(files::setPermissions(item, 06660));
+    EXPECT_TRUE(files::replace(item, "new", Durability::cached));
+    EXPECT_EQ(modeOf(item), 0660U) << "rights beyond the usual ones are not handed on";
 
     struct stat facts {};
 
     EXPECT_EQ(stat(root.at(item).c_str(), &facts), 0);
     EXPECT_EQ(facts.st_uid, owner);
+}
+
+TEST_F(Files, AreOnTheDiskBeforeTheyReplaceTheOldOnes) {
+    flushed.clear();
+    EXPECT_TRUE(files::replace(item, "cached", Durability::cached));
+    EXPECT_THAT(flushed, testing::IsEmpty());
+    EXPECT_TRUE(files::replace(item, "flushed", Durability::flushed));
+    EXPECT_THAT(flushed, ElementsAre(testing::StartsWith(root.at(folder + "/.havrel-").string()), root.at(folder)));
+    canFlush = false;
+    EXPECT_FALSE(files::replace(item, "lost", Durability::flushed));
+    canFlush = true;
+    EXPECT_EQ(root.read(item), "flushed");
+    EXPECT_THAT(files::list(folder), ElementsAre("item"));
 }
 
 TEST_F(Files, StayAsTheyWereWhenTheDiskIsFull) {

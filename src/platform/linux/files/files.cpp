@@ -1,10 +1,10 @@
-// The product's folders are writable for every local user, so between any two system calls anything below them may be
-// exchanged for a link, a pipe or a file of somebody else. Therefore a path is walked only once, name by name from the
-// root, through descriptors that refuse links; all work is then done on the folder that was reached and one name in
-// it, and what was opened is judged by its descriptor.
+// Between any two system calls a local user may exchange whatever lies in the product's folders for a link, a pipe or
+// somebody else's file. So a path is walked once, name by name through descriptors that refuse links. All work is then
+// done on the folder that was reached and one name in it, and what was opened is judged by its descriptor.
 #include "platform/files.h"
 
 #include "foundation/deployment.h"
+#include "foundation/diagnostics.h"
 #include "foundation/format.h"
 #include "platform/linux/files/descriptor.h"
 #include "platform/linux/files/folders.h"
@@ -16,6 +16,8 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <shared_mutex>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -29,13 +31,24 @@ constexpr mode_t fileMode = 0644;
 constexpr mode_t folderMode = 0755;
 constexpr mode_t permissionBits = 0777;
 
-/// How many folders a walk holds open at once; what lies deeper is counted but not entered.
+/// How many folders a walk holds open at once.
 constexpr std::size_t deepestWalk = 128;
 
-/// Shared by the replacements, and taken for good at the process's end.
+/// Held shared by each replacement, and exclusively from the end of the process on.
 std::shared_mutex writes;
 
 using Facts = struct stat;
+
+/// Reports each line once on standard error. Paths may come from outside, so there are not many.
+void reportOnce(const std::string& line) {
+    constexpr std::size_t most = 64;
+    static std::mutex mutex;
+    static std::set<std::string> reported;
+    const std::lock_guard lock(mutex);
+    if (reported.size() < most && reported.insert(line).second) {
+        diagnostics::report("files", line);
+    }
+}
 
 template <typename Call>
 auto retried(Call call) {
@@ -60,8 +73,7 @@ Descriptor enter(const Descriptor& folder, const std::string& name) {
     return openAt(folder.get(), name, O_PATH | O_DIRECTORY);
 }
 
-/// The names on a path; nothing when it is not absolute, steps upwards or holds a NUL, which system calls would take
-/// for its end.
+/// The names on a path; nullopt when it is not absolute, has a ".." or a zero byte, where system calls would cut it.
 std::optional<std::vector<std::string>> namesOn(std::string_view path) {
     if (!path.starts_with('/') || path.find('\0') != std::string_view::npos) {
         return std::nullopt;
@@ -81,7 +93,7 @@ std::optional<std::vector<std::string>> namesOn(std::string_view path) {
     return names;
 }
 
-/// A folder held open and the name of an item in it, which need not exist.
+/// An open folder and a name in it, which need not exist.
 struct Place {
     Descriptor folder;
     std::string name;
@@ -102,7 +114,7 @@ std::optional<Place> locate(const std::string& path) {
     return folder ? std::optional(Place{std::move(folder), names->back()}) : std::nullopt;
 }
 
-/// What stands there, a link itself included; nothing, with `errno` set, when nothing does.
+/// Of a link itself, not of its target; nullopt with `errno` set when there is nothing.
 std::optional<Facts> factsOf(const Place& place) {
     Facts facts{};
     if (::fstatat(place.folder.get(), place.name.c_str(), &facts, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -116,7 +128,7 @@ std::optional<Facts> factsOf(const std::string& path) {
     return place ? factsOf(*place) : std::nullopt;
 }
 
-/// A name that nobody can have taken before; empty when the system has no random numbers.
+/// A name that nobody can have taken in advance; empty when the system has no random numbers.
 std::string unguessableName() {
     std::array<unsigned char, 16> bytes{};
     if (retried([&] { return ::getrandom(bytes.data(), bytes.size(), 0); }) != static_cast<ssize_t>(bytes.size())) {
@@ -129,7 +141,7 @@ std::string unguessableName() {
     return name;
 }
 
-/// A new file of our own beside the place that it is to take; gone again unless it took it.
+/// A new file in the same folder as the one that it is to replace; removed unless it did.
 class Temporary {
   public:
     explicit Temporary(const Place& place)
@@ -148,13 +160,13 @@ class Temporary {
 
     bool write(std::string_view content) { return file_ && writeAll(file_.get(), content); }
 
-    /// Gives it the mode and owner of the file that it replaces. Only root can give files away.
+    /// Takes over the mode and owner; the owner only as root, since nobody else can give files away.
     bool resemble(const Facts& old) {
         Facts own{};
         if (::fstat(file_.get(), &own) != 0) {
             return false;
         }
-        // The mode first: once the file is somebody else's, only a higher privilege may set it.
+        // The mode first: it can't be set any more once the file is somebody else's.
         const bool ownerDiffers = own.st_uid != old.st_uid || own.st_gid != old.st_gid;
         return setMode(old.st_mode & permissionBits) &&
                (!ownerDiffers || ::fchown(file_.get(), old.st_uid, old.st_gid) == 0 || ::geteuid() != 0);
@@ -181,7 +193,7 @@ class Temporary {
     Descriptor file_;
 };
 
-/// Makes the folder's entries durable. A folder that cannot be opened for it keeps them in its own time.
+/// Puts the folder's entries on the disk now, if it can be opened for that.
 void flushFolder(const Place& place) {
     const Descriptor folder = openAt(place.folder.get(), ".", O_RDONLY | O_DIRECTORY);
     if (folder) {
@@ -189,7 +201,7 @@ void flushFolder(const Place& place) {
     }
 }
 
-/// A folder that is there, or a new one; the caller's mask does not narrow its mode.
+/// The process's umask does not apply.
 Descriptor enterOrCreate(const Descriptor& folder, const std::string& name) {
     Descriptor existing = enter(folder, name);
     if (existing || errno != ENOENT) {
@@ -218,7 +230,7 @@ Folder openFolder(int parent, const std::string& name) {
     return folder;
 }
 
-/// The next name in the folder; nothing at its end.
+/// The next name in the folder; nullopt at its end.
 std::optional<std::string> nextName(const Folder& folder) {
     while (const dirent* entry = ::readdir(folder.get())) {
         const std::string_view name = entry->d_name;
@@ -254,11 +266,14 @@ bool replace(const std::string& path, std::string_view content, Durability durab
         return false;
     }
     const auto old = factsOf(*place);
-    if (old ? !S_ISREG(old->st_mode) : errno != ENOENT) {
+    if (old && S_ISDIR(old->st_mode)) {
+        reportOnce(path + ": a folder is in the file's place");
         return false;
     }
+    const bool resembles = old && S_ISREG(old->st_mode);
     Temporary temporary(*place);
-    const bool ready = temporary.write(content) && (old ? temporary.resemble(*old) : temporary.setMode(fileMode)) &&
+    const bool ready = temporary.write(content) &&
+                       (resembles ? temporary.resemble(*old) : temporary.setMode(fileMode)) &&
                        (durability == Durability::cached || temporary.flush()) && temporary.takePlace();
     if (ready && durability == Durability::flushed) {
         flushFolder(*place);
@@ -303,7 +318,7 @@ bool setPermissions(const std::string& path, unsigned mode) {
     if (!item || ::fstat(item.get(), &facts) != 0) {
         return false;
     }
-    // A file with a second name may be anybody's; opening that one up is what an attacker would want.
+    // A file with a second name may be a hard link to any file of the machine.
     const bool ours = S_ISDIR(facts.st_mode) || (S_ISREG(facts.st_mode) && facts.st_nlink == 1);
     return ours && ::fchmod(item.get(), mode) == 0;
 }

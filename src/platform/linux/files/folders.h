@@ -7,7 +7,7 @@
 
 namespace platform {
 
-/// Opens a folder at an absolute path below HAVREL_ROOT for reading; none when it is no folder or a link is on the way.
+/// Opens a folder below HAVREL_ROOT for reading; empty when it is no folder or a link is on the way.
 Descriptor openFolder(const std::string& path);
 
 } // namespace platform

@@ -14,7 +14,7 @@ namespace platform {
 
 namespace {
 
-/// What to make room for at first; procfs files claim to be empty.
+/// The size that the file claims, or a page's worth: in procfs it claims 0.
 std::size_t sizeHint(int descriptor) {
     struct stat facts {};
 
@@ -39,8 +39,8 @@ std::string unquoted(std::string_view value) {
 std::string underRoot(std::string_view path) { return deployment::settings().root + std::string(path); }
 
 std::optional<std::string> readAll(int descriptor, std::size_t limit) {
-    // One byte more than the size tells the end of the file from a file that grows, and one more than the limit a
-    // file that is too long.
+    // With room for one byte more, a second read finds the end of the file without a resize, and a file that is too
+    // long shows.
     std::string content(std::min(sizeHint(descriptor), limit) + 1, '\0');
     std::size_t filled = 0;
     while (true) {

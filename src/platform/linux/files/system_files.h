@@ -1,5 +1,5 @@
-// Files that the system itself keeps (sysfs, procfs, /etc), where links are part of the layout. For the Linux sources
-// only; whatever users may write goes through platform/files.h.
+// The system's own files (sysfs, procfs, /etc), where links are part of the layout; what users may write is read
+// through platform/files.h. Thread-safe; nullopt when absent, unreadable or longer than `limit` bytes.
 #pragma once
 
 #include <cstddef>
@@ -12,17 +12,16 @@ namespace platform {
 /// `path`, which is absolute, with HAVREL_ROOT in front.
 std::string underRoot(std::string_view path);
 
-/// Everything that is left to read from a descriptor; nothing on an error or when there is more than `limit` bytes.
+/// Everything that is left to read from a descriptor.
 std::optional<std::string> readAll(int descriptor, std::size_t limit);
 
-/// Writes everything; false when the system takes no more.
+/// Writes everything; false on an error.
 bool writeAll(int descriptor, std::string_view content) noexcept;
 
-/// The whole content of the file below HAVREL_ROOT, links followed; nothing when it is no regular file, unreadable or
-/// longer than `limit` bytes. Never blocks.
+/// The whole content of a regular file below HAVREL_ROOT, links followed. Never blocks.
 std::optional<std::string> readSystemFile(std::string_view path, std::size_t limit = std::size_t{64} << 10);
 
-/// The value that lines of the form NAME=value, NAME="value" give a name; the last one counts.
+/// The value of `name` in lines of the form NAME=value, NAME="value" or export NAME=value; the last one counts.
 std::optional<std::string> assignedValue(std::string_view lines, std::string_view name);
 
 } // namespace platform
