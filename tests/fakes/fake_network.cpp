@@ -24,8 +24,8 @@ bool network::isIPv4Address(const std::string& text) { return text == "1.2.3.4";
 bool network::isIPv6Address(const std::string& text) { return text == "::1"; }
 
 std::string network::proxyType(const std::string& url) {
-    const auto [http, https] = fakes::network::proxyTypes();
-    return url.starts_with("https://") ? https : http;
+    const auto types = fakes::network::proxyTypes();
+    return url.starts_with("https://") ? types.https : types.http;
 }
 
 std::string network::computerName() { return "Test Computer"; }

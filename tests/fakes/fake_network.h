@@ -8,22 +8,27 @@ namespace fakes::network {
 
 using platform::network::Request;
 
+/// By the URL's scheme.
+struct ProxyTypes {
+    std::string http = "kCFProxyTypeNone";
+    std::string https = "kCFProxyTypeNone";
+};
+
 inline Steered<std::vector<Request>> requests;
-/// Answers requests on the caller's thread; unset, each fails with a transport error.
+/// Answers requests on the caller's thread. Unset, each fails with a transport error.
 inline Steered<std::function<std::optional<std::string>(const Request&, std::optional<platform::Error>&)>> onRequest;
 inline Steered<std::optional<std::vector<platform::network::InterfaceAddress>>> interfaces;
-/// The types for URLs that begin with "http://" and with "https://".
-inline Steered<std::pair<std::string, std::string>> proxyTypes;
+inline Steered<ProxyTypes> proxyTypes;
 
-/// Forgets the requests; there is no server, no interface and no proxy.
+/// Forgets the requests. There is no server, no interface and no proxy.
 inline void reset() {
     requests({});
     onRequest({});
     interfaces({{}});
-    proxyTypes({"kCFProxyTypeNone", "kCFProxyTypeNone"});
+    proxyTypes({});
 }
 
-/// The same body for every request.
+/// Answers every request with that body.
 inline void answerWith(const std::string& body) {
     onRequest([body](const Request&, std::optional<platform::Error>&) { return body; });
 }

@@ -14,7 +14,7 @@ namespace platform::device_registry {
 
 namespace {
 
-/// What makers leave in the field when they do not fill it, in lower case.
+/// What makers leave in the field when they don't fill it, in lower case.
 constexpr std::array<std::string_view, 19> placeholders{"to be filled by o.e.m.",
                                                         "to be filled by oem",
                                                         "default string",

@@ -20,7 +20,7 @@ namespace {
 
 const std::string folder = "/sys/class/net/";
 
-/// Whether the interface has that attribute; most are links.
+/// Whether sysfs has the attribute for the interface. Many are links, and any kind of file counts.
 bool has(const std::string& name, const char* attribute) {
     return ::access(underRoot(folder + name + "/" + attribute).c_str(), F_OK) == 0;
 }
@@ -31,13 +31,13 @@ bool isWired(const std::string& name) {
            std::none_of(others.begin(), others.end(), [&](const char* other) { return has(name, other); });
 }
 
-/// The bit of the first address byte that says: not the maker's.
+/// Whether the address was set by software (a bit of its first byte says so) instead of by the maker.
 bool isLocallyAdministered(const std::string& name) {
     const std::string address = attribute(name, "address");
     return address.size() < 2 || std::string_view("2367abefABEF").find(address[1]) != std::string_view::npos;
 }
 
-/// The best metric of each interface that holds a default route.
+/// The lowest metric of each interface that holds a default route.
 using Metrics = std::map<std::string, unsigned long>;
 
 void addRoute(Metrics& metrics, const std::string& name, unsigned long metric, unsigned long flags) {
@@ -47,7 +47,7 @@ void addRoute(Metrics& metrics, const std::string& name, unsigned long metric, u
     }
 }
 
-/// Calls `read` with the columns of each line of the routing table.
+/// Calls `read` with each line of the routing table, to take the columns from.
 template <typename Read>
 void forEachRoute(const char* table, const Read& read) {
     constexpr std::size_t tableLimit = std::size_t{16} << 20;
@@ -89,20 +89,20 @@ Metrics defaultRoutes() {
     return metrics;
 }
 
-} // namespace
-
-std::string attribute(const std::string& name, const std::string& attribute) {
-    return text::trim(readSystemFile(folder + name + "/" + attribute).value_or(""), " \t\n");
-}
-
 std::vector<std::string> wired() {
     std::vector<std::string> names = files::list(folder);
     std::erase_if(names, [](const std::string& name) { return !isWired(name); });
     return names;
 }
 
-// In this order: a device before what the kernel makes up (which counts only when it is the machine's way out), a
-// maker's address before one given by hand or at random, the best default route, the name.
+} // namespace
+
+std::string attribute(const std::string& name, const std::string& attribute) {
+    return text::trim(readSystemFile(folder + name + "/" + attribute).value_or(""), " \t\n");
+}
+
+// Ranked by, in this order: a real device before one the kernel made (which counts only if it holds a default route), a
+// maker's address before one set by software, the metric of the default route, the name.
 std::string primary() {
     const auto routes = defaultRoutes();
     using Rank = std::tuple<bool, bool, unsigned long, std::string>;

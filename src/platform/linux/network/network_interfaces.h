@@ -1,18 +1,14 @@
-// Which of the machine's network interfaces are wired, and which of these is the primary one.
+// Which of the machine's network interfaces is the primary wired one. Thread-safe.
 #pragma once
 
 #include <string>
-#include <vector>
 
 namespace platform::network_interfaces {
 
-/// The names of the Ethernet interfaces with a cable, in order.
-std::vector<std::string> wired();
-
-/// The one whose hardware address stands for the machine; empty when there is none.
+/// The wired interface whose hardware address identifies the machine; empty when there is none.
 std::string primary();
 
-/// What sysfs says about an interface ("address"), without the line's end; empty when it says nothing.
+/// An attribute of the interface in sysfs ("address"), without the line's end; empty when absent.
 std::string attribute(const std::string& name, const std::string& attribute);
 
 } // namespace platform::network_interfaces

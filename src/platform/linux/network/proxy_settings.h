@@ -1,4 +1,4 @@
-// The system's proxy settings: the usual environment variables, else what /etc/environment sets.
+// The system's proxy settings: the usual environment variables, else what /etc/environment sets. Thread-safe.
 #pragma once
 
 #include <string>
@@ -6,10 +6,10 @@
 
 namespace platform::proxy_settings {
 
-/// The proxy set for URLs of the scheme ("https"), as the setting has it; empty for none.
+/// The proxy for URLs of the scheme ("https"), spelt as in the setting; empty for none.
 std::string proxyFor(const std::string& scheme);
 
-/// The hosts that are reached without one: names, domains, addresses or "*", set apart by commas or blanks.
+/// The hosts to connect to directly: names, domains, addresses or "*", separated by commas or blanks.
 std::string exceptions();
 bool isException(std::string_view host, std::string_view exceptions);
 

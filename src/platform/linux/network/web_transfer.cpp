@@ -14,12 +14,12 @@ namespace {
 
 using Headers = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
 
-/// One handle for one request: connections are not kept, so there is nothing to keep a handle for, and what a handle
-/// holds, the trust anchors above all, would be most of an idle daemon's memory.
+/// One handle per request. Connections are not reused, and a handle kept idle, with its trust anchors, would take most
+/// of the daemon's memory.
 using Handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
 
 Handle makeHandle() {
-    // The library's initialisation is safe among threads, and a daemon that sends nothing goes without.
+    // On first use, so that a daemon that sends nothing doesn't pay for it.
     static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
     return {ready == CURLE_OK ? curl_easy_init() : nullptr, &curl_easy_cleanup};
 }
@@ -27,8 +27,8 @@ Handle makeHandle() {
 Error transportError(int code, const char* description) { return {"NSURLErrorDomain", code, description}; }
 
 bool isBadDate(CURL* handle) {
-    constexpr long notYetValid = 9; // as OpenSSL numbers the results of a verification
-    constexpr long expired = 10;
+    constexpr long notYetValid = 9; // OpenSSL's X509_V_ERR_CERT_NOT_YET_VALID
+    constexpr long expired = 10;    // and X509_V_ERR_CERT_HAS_EXPIRED
     long result = 0;
     curl_easy_getinfo(handle, CURLINFO_SSL_VERIFYRESULT, &result);
     return result == notYetValid || result == expired;
@@ -80,7 +80,7 @@ Error errorOf(CURLcode code, CURL* handle) {
     }
 }
 
-/// Takes what has arrived, or ends the transfer when that is more than an answer may have.
+/// Appends what has arrived; ends the transfer when the answer gets too long.
 std::size_t receive(const char* bytes, std::size_t /*one*/, std::size_t count, void* destination) {
     auto& answer = *static_cast<std::string*>(destination);
     if (count > network::answerLimit - answer.size()) {
@@ -88,22 +88,23 @@ std::size_t receive(const char* bytes, std::size_t /*one*/, std::size_t count, v
     }
     try {
         answer.append(bytes, count);
-    } catch (const std::bad_alloc&) { // not through the library's frames
+    } catch (const std::bad_alloc&) { // must not pass through the library's C frames
         return CURL_WRITEFUNC_ERROR;
     }
     return count;
 }
 
-/// The value comes in part from files that anybody may write, so it must not be able to end its line.
+/// Control characters become blanks: the value may come from a file that every user may write, and a line break in it
+/// would add a header.
 std::string headerLine(const std::string& name, const std::string& value) {
-    std::string line = name + (value.empty() ? ";" : ": " + value); // so an empty value is spelt
+    std::string line = name + (value.empty() ? ";" : ": " + value); // libcurl's spelling of an empty value
     std::replace_if(
         line.begin(), line.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, ' ');
     return line;
 }
 
 Headers headersOf(const network::Request& request) {
-    curl_slist* list = curl_slist_append(nullptr, "Expect:"); // left out
+    curl_slist* list = curl_slist_append(nullptr, "Expect:"); // without a value: not sent
     for (const auto& [name, value] : request.headers) {
         list = curl_slist_append(list, headerLine(name, value).c_str());
     }
@@ -113,12 +114,12 @@ Headers headersOf(const network::Request& request) {
 void restrictTransport(CURL* handle, std::chrono::milliseconds timeout) {
     curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, std::max<long>(1, static_cast<long>(timeout.count())));
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L); // else a stalled lookup outlives the time-out
+    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L); // else a stalled name look-up outlives the time-out
     curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "https");
     curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     curl_easy_setopt(handle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    // A request whose length header falls short of its body spoils the connection for the next one.
+    // After a request with a body longer than its length header, a connection can't be used again.
     curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 1L);
     curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, 1L);
     curl_easy_setopt(handle, CURLOPT_PROXY, proxy_settings::proxyFor("https").c_str());
@@ -129,13 +130,13 @@ void restrictTransport(CURL* handle, std::chrono::milliseconds timeout) {
     }
 }
 
-/// A request on its way, for the look at where a redirect has led it.
+/// What `keepToOrigin` looks at.
 struct Sent {
     CURL* handle = nullptr;
-    Origin origin;
+    Origin origin; // of the URL that was asked for
 };
 
-/// Bodies carry secrets: no redirect takes one to another server than the request was made for.
+/// Called before each request of a transfer. Bodies carry secrets, so a redirect to another server ends it.
 int keepToOrigin(void* sent, char* /*address*/, char* /*ownAddress*/, int /*port*/, int /*ownPort*/) {
     const auto& [handle, origin] = *static_cast<const Sent*>(sent);
     const char* url = nullptr;
@@ -147,7 +148,7 @@ int keepToOrigin(void* sent, char* /*address*/, char* /*ownAddress*/, int /*port
     }
 }
 
-/// `sent` has to last as long as the transfer.
+/// `headers` and `sent` have to outlive the transfer.
 void describe(CURL* handle, const network::Request& request, const Headers& headers, Sent& sent) {
     curl_easy_setopt(handle, CURLOPT_URL, request.url.c_str());
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
@@ -156,12 +157,12 @@ void describe(CURL* handle, const network::Request& request, const Headers& head
     if (request.body) {
         curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
         curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request.body->data());
-        // A redirect takes the body along: without it the length header that is set would promise one in vain.
+        // Redirects take the body along: the length header, which is ours, would otherwise announce a missing one.
         curl_easy_setopt(handle, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
         curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, &keepToOrigin);
         curl_easy_setopt(handle, CURLOPT_PREREQDATA, &sent);
     }
-    // As a mere name: a POST without a body must not get a length header of the library's.
+    // By name only: CURLOPT_POST would add a length header to a POST without a body.
     curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method.c_str());
 }
 

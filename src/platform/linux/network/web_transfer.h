@@ -1,4 +1,4 @@
-// HTTPS requests on libcurl, beneath network.h.
+// HTTPS requests by libcurl, for network.h. Thread-safe.
 #pragma once
 
 #include "platform/network.h"
@@ -11,7 +11,7 @@ namespace platform::web_transfer {
 /// network::sendSynchronousRequest.
 std::optional<std::string> perform(const network::Request& request, std::optional<Error>& error);
 
-/// Where a URL leads to.
+/// The server that a URL names.
 struct Origin {
     std::string scheme;
     std::string host;
@@ -20,7 +20,7 @@ struct Origin {
     bool operator==(const Origin&) const = default;
 };
 
-/// All empty when the URL is none; the scheme in lower case.
+/// The scheme is in lower case. All empty for what is no URL.
 Origin originOf(const std::string& url);
 
 } // namespace platform::web_transfer
