@@ -31,7 +31,6 @@ struct Ear {
 
     explicit Ear(const std::string& name)
         : observation(distributed_center::addObserver(name, [this](const Notification& n) { heard.push_back(n); })) {
-        distributed_center::flush(); // from here on the bus knows
     }
 
     bool hears(std::size_t count) const {
@@ -45,6 +44,14 @@ struct Ear {
         return hears(count) && heard.size() == count && std::ranges::all_of(heard, isNext);
     }
 };
+
+std::vector<std::string> objectsOf(const std::vector<Notification>& notifications) {
+    std::vector<std::string> objects;
+    for (const Notification& notification : notifications) {
+        objects.push_back(notification.object);
+    }
+    return objects;
+}
 
 Dictionary nested(std::size_t levels) { return {{"inner", levels == 1 ? Value(1) : Value(nested(levels - 1))}}; }
 
@@ -90,8 +97,31 @@ TEST_F(NotificationCenters, KeepPostsInOrderWhileTheBusIsAway) {
     }
 }
 
+TEST_F(NotificationCenters, LetAnObserverHearWhatIsPostedAfterItWasAddedOnly) {
+    for (const bool isBusAway : {false, true}) {
+        SCOPED_TRACE(isBusAway);
+        if (isBusAway) {
+            bus.stop();
+        }
+        distributed_center::post("ordered", "1");
+        const Ear early("ordered");
+        distributed_center::post("ordered", "2");
+        const Ear late("ordered");
+        distributed_center::post("ordered", "3");
+        if (isBusAway) {
+            bus.start();
+        }
+        Ear last("last");
+        distributed_center::post("last");
+        ASSERT_TRUE(last.hears(1));
+        EXPECT_EQ(objectsOf(early.heard), (std::vector<std::string>{"2", "3"}));
+        EXPECT_EQ(objectsOf(late.heard), (std::vector<std::string>{"3"}));
+    }
+}
+
 TEST_F(NotificationCenters, BoundWhatAFloodLeavesBehindABusyMainLoop) {
     Ear ear("flood");
+    distributed_center::flush(); // from here on the bus knows of it
     for (std::size_t i = 0; i < bound + 2000; ++i) { // nobody serves the main loop meanwhile
         client->post("flood", std::to_string(i));
     }
@@ -162,6 +192,7 @@ TEST_F(NotificationCenters, DropWhatIsMalformedWithALineEach) {
         [&] { distributed_center::post(std::string(256, 'n')); },
     };
     Ear ear("observed");
+    distributed_center::flush();
     testing::internal::CaptureStderr();
     for (const auto& send : malformed) {
         send();
@@ -191,6 +222,7 @@ TEST_F(NotificationCenters, EndObservationsAtOnceAndContainHandlers) {
         third.reset();
     });
     Ear ear("last");
+    distributed_center::flush();
     client->post("observed");
     client->post("observed");
     client->post("last");

@@ -2,7 +2,6 @@
 
 #include "foundation/diagnostics.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <future>
@@ -18,8 +17,9 @@ namespace {
 
 constexpr const char* defaultAddress = "unix:path=/run/dbus/system_bus_socket";
 constexpr milliseconds firstPause{20};
+constexpr milliseconds longestPause{30'000};
+/// A bus that answers within this time is not reported missing.
 constexpr milliseconds patience{1000};
-constexpr milliseconds maxPause{30'000};
 
 std::string addressSetting() {
     const char* address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
@@ -28,12 +28,12 @@ std::string addressSetting() {
 
 int reportRefusal(sd_bus_message* reply, void* /*data*/, sd_bus_error* /*error*/) {
     if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
-        diagnostics::report("system bus: subscription refused: " + textOf(*error));
+        diagnostics::report("system bus: subscription refused: " + errorMessage(*error));
     }
     return 0;
 }
 
-/// A signal that the library itself makes, of what becomes of the connection.
+/// For a signal about the connection that the library itself makes.
 BusSlot addLocalMatch(sd_bus& bus, const std::string& member, sd_bus_message_handler_t handler, void* data) {
     return addMatch(bus, "type='signal',interface='org.freedesktop.DBus.Local',member='" + member + "'", handler, data);
 }
@@ -45,7 +45,7 @@ bool isConnectionError(const std::error_code& code) {
 
 } // namespace
 
-std::string textOf(const sd_bus_error& error) { return error.message != nullptr ? error.message : error.name; }
+std::string errorMessage(const sd_bus_error& error) { return error.message != nullptr ? error.message : error.name; }
 
 BusSlot addMatch(sd_bus& bus, const std::string& rule, sd_bus_message_handler_t handler, void* data) {
     sd_bus_slot* slot = nullptr;
@@ -54,12 +54,11 @@ BusSlot addMatch(sd_bus& bus, const std::string& rule, sd_bus_message_handler_t 
 }
 
 BusConnection& BusConnection::shared() {
-    RunLoop::main(); // blocks the signals that stop it before the bus thread starts
     static BusConnection& connection = *new BusConnection;
     return connection;
 }
 
-BusConnection::BusConnection() : address_(addressSetting()), pause_(firstPause) {
+BusConnection::BusConnection() : address_(addressSetting()), backoff_(firstPause, longestPause) {
     EventLoop& events = eventLoop(loop_);
     retry_ = events.timer(milliseconds{1}, [this] { onRetryTime(); });
     afterDispatch_ = events.afterDispatch([this] { afterDispatch(); });
@@ -67,68 +66,66 @@ BusConnection::BusConnection() : address_(addressSetting()), pause_(firstPause) 
     thread_ = std::thread([this] { diagnostics::contain("system bus", [this] { loop_.run(); }); });
 }
 
-void BusConnection::addUser(BusUser& user) {
+void BusConnection::addListener(BusListener& listener) {
     const std::lock_guard lock(mutex_);
-    users_.push_back(&user);
+    listeners_.push_back(&listener);
 }
 
-bool BusConnection::send(std::size_t cost, Work work) {
+std::vector<BusListener*> BusConnection::listeners() {
     const std::lock_guard lock(mutex_);
-    if (cost > 0) {
-        if (queuedMessages_ == maxQueuedMessages || queuedCost_ + cost > maxQueuedCost) {
-            return false;
-        }
-        ++queuedMessages_;
-        queuedCost_ += cost;
-    }
-    queue_.push_back({cost, std::move(work)});
+    return listeners_;
+}
+
+void BusConnection::send(Work work) {
+    const std::lock_guard lock(mutex_);
+    queue_.push_back(std::move(work));
     if (queue_.size() == 1) {
         loop_.perform([] {}); // wakes the thread, which sends after every dispatch
     }
-    return true;
 }
 
-void BusConnection::releaseAfterDelivery(std::shared_ptr<void> kept) {
-    send(0, [kept = std::move(kept)](sd_bus& bus) {
-        // The bus answers when it has passed on what was sent before. The slot's data goes with the slot, which the
-        // library lets go of after the reply and with the connection.
-        auto data = std::make_unique<std::shared_ptr<void>>(kept);
+void BusConnection::afterDelivery(std::function<void()> done) {
+    // Destroyed when neither the queue nor a call that waits for its reply needs it any more.
+    const std::shared_ptr<void> calling(nullptr,
+                                        [done = std::move(done)](void*) { diagnostics::contain("system bus", done); });
+    send([calling](sd_bus& bus) {
+        // The bus answers when it has passed on what was sent before. The library destroys the slot, and with it
+        // what it owns, after the reply or with the connection.
+        auto owned = std::make_unique<std::shared_ptr<void>>(calling);
         sd_bus_slot* slot = nullptr;
         check(sd_bus_call_method_async(
                   &bus, &slot, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId",
-                  [](sd_bus_message*, void*, sd_bus_error*) { return 0; }, data.get(), nullptr),
+                  [](sd_bus_message*, void*, sd_bus_error*) { return 0; }, owned.get(), nullptr),
               "sd_bus_call_method_async");
         const BusSlot owner(slot);
-        check(sd_bus_slot_set_destroy_callback(
-                  slot, [](void* released) { delete static_cast<std::shared_ptr<void>*>(released); }),
+        check(sd_bus_slot_set_destroy_callback(slot,
+                                               [](void* data) { delete static_cast<std::shared_ptr<void>*>(data); }),
               "sd_bus_slot_set_destroy_callback");
-        static_cast<void>(data.release());
+        static_cast<void>(owned.release());
         check(sd_bus_slot_set_floating(slot, 1), "sd_bus_slot_set_floating");
     });
 }
 
-void BusConnection::flush(milliseconds deadline) {
+void BusConnection::flush(milliseconds timeout) {
     {
         const std::lock_guard lock(mutex_);
-        if (!connected_ && queue_.empty()) {
+        if (state_ != State::connected && queue_.empty()) {
             return;
         }
     }
-    // Ready when the promise is gone, whether it was kept or not.
-    auto promise = std::make_shared<std::promise<void>>();
+    const auto promise = std::make_shared<std::promise<void>>();
     const auto delivered = promise->get_future();
-    releaseAfterDelivery(std::move(promise));
-    delivered.wait_for(deadline);
+    afterDelivery([promise] { promise->set_value(); });
+    delivered.wait_for(timeout);
 }
 
 void BusConnection::attempt() {
-    retryDue_ = false;
-    retry_.fireAfter(pause_);
-    pause_ = std::min(2 * pause_, maxPause);
+    retryTime_ = steady_clock::now() + backoff_.next();
+    retry_.fireAt(retryTime_);
     try {
         open();
     } catch (const std::system_error& error) {
-        dropConnection();
+        drop();
         reportMissing(error.what());
     }
 }
@@ -137,7 +134,7 @@ void BusConnection::open() {
     sd_bus* bus = nullptr;
     check(sd_bus_new(&bus), "sd_bus_new");
     bus_.reset(bus);
-    disconnected_ = false;
+    state_ = State::connecting;
     check(sd_bus_set_address(bus, address_.c_str()), "sd_bus_set_address");
     check(sd_bus_set_bus_client(bus, 1), "sd_bus_set_bus_client");
     check(sd_bus_set_watch_bind(bus, 1), "sd_bus_set_watch_bind");
@@ -149,11 +146,10 @@ void BusConnection::open() {
             return 0;
         },
         this);
-    // The connection can't be dropped inside its own callback: that is left to afterDispatch.
-    onDisconnected_ = addLocalMatch(
+    onLost_ = addLocalMatch(
         *bus, "Disconnected",
         [](sd_bus_message*, void* self, sd_bus_error*) {
-            static_cast<BusConnection*>(self)->disconnected_ = true;
+            static_cast<BusConnection*>(self)->state_ = State::lost;
             return 0;
         },
         this);
@@ -162,108 +158,97 @@ void BusConnection::open() {
 }
 
 void BusConnection::onConnected() {
-    std::vector<BusUser*> users;
-    {
-        const std::lock_guard lock(mutex_);
-        connected_ = true;
-        users = users_;
-    }
+    state_ = State::connected;
     connectedAt_ = steady_clock::now();
-    for (BusUser* user : users) {
-        diagnostics::contain("system bus", [&] { user->connected(*bus_); });
+    for (BusListener* listener : listeners()) {
+        diagnostics::contain("system bus", [&] { listener->connected(*bus_); });
     }
-    if (std::exchange(reportedMissing_, false)) {
+    if (std::exchange(missingIsReported_, false)) {
         diagnostics::report("system bus: connected again");
     }
 }
 
 void BusConnection::onRetryTime() {
-    retryDue_ = true;
-    if (!connected_) {
-        dropConnection();
-        if (pause_ > patience) { // a slow answer is no news
+    if (state_ == State::connected) {
+        return;
+    }
+    if (state_ == State::connecting) {
+        drop();
+        if (steady_clock::now() - startedAt_ > patience) {
             reportMissing("no answer");
         }
-        attempt();
     }
+    attempt();
 }
 
 void BusConnection::afterDispatch() {
-    if (disconnected_) {
-        if (connected_ && steady_clock::now() - connectedAt_ >= maxPause) {
-            pause_ = firstPause;
-        }
-        dropConnection();
+    if (state_ == State::lost) {
+        drop();
         reportMissing("connection lost");
-        if (retryDue_) {
-            attempt();
-        }
+        retry_.fireAt(retryTime_);
     }
-    if (connected_) {
+    if (state_ == State::connected) {
         sendQueued();
     }
 }
 
-void BusConnection::dropConnection() {
-    std::vector<BusUser*> users;
-    {
-        const std::lock_guard lock(mutex_);
-        connected_ = false;
-        users = users_;
+/// Frees the connection. One that has held for long lets the next attempts begin with short pauses again.
+void BusConnection::drop() {
+    if (connectedAt_ && steady_clock::now() - *connectedAt_ >= longestPause) {
+        backoff_.reset();
     }
-    disconnected_ = false;
+    connectedAt_.reset();
+    state_ = State::waiting;
     frontIsSent_ = false;
-    for (BusUser* user : users) {
-        diagnostics::contain("system bus", [&] { user->lost(); });
+    for (BusListener* listener : listeners()) {
+        diagnostics::contain("system bus", [&] { listener->disconnected(); });
     }
     onConnected_.reset();
-    onDisconnected_.reset();
+    onLost_.reset();
     bus_.reset();
 }
 
 void BusConnection::sendQueued() {
-    while (popWritten()) {
+    while (removeWritten()) {
         const Work* front = nullptr;
         {
             const std::lock_guard lock(mutex_);
             if (queue_.empty()) {
                 return;
             }
-            front = &queue_.front().work; // stays where it is: only this thread removes
+            front = &queue_.front(); // stays where it is: only this thread removes
         }
         frontIsSent_ = true;
         try {
             (*front)(*bus_);
         } catch (const std::system_error& error) {
             if (isConnectionError(error.code())) {
-                frontIsSent_ = false; // the library tells of the loss in a moment
+                frontIsSent_ = false; // the library signals the loss in a moment
                 return;
             }
-            diagnostics::report(std::string("system bus: ") + error.what());
+            diagnostics::report("system bus", error.what());
         }
     }
 }
 
-/// Takes what is written out of the queue. False while the connection still holds some of it.
-bool BusConnection::popWritten() {
+/// Removes work from the queue whose messages are written. False while the connection still holds some of them.
+bool BusConnection::removeWritten() {
     std::uint64_t unwritten = 0;
     check(sd_bus_get_n_queued_write(bus_.get(), &unwritten), "sd_bus_get_n_queued_write");
     if (unwritten > 0) {
         return false;
     }
     if (std::exchange(frontIsSent_, false)) {
-        Queued written;
+        Work written; // destroyed without the lock: what it owns may queue more
         const std::lock_guard lock(mutex_);
         written = std::move(queue_.front());
         queue_.pop_front();
-        queuedMessages_ -= written.cost > 0 ? 1 : 0;
-        queuedCost_ -= written.cost;
     }
     return true;
 }
 
 void BusConnection::reportMissing(std::string_view reason) {
-    if (!std::exchange(reportedMissing_, true)) {
+    if (!std::exchange(missingIsReported_, true)) {
         diagnostics::report("system bus: " + std::string(reason) + "; posts are kept until it is back");
     }
 }

@@ -2,15 +2,17 @@
 // nor a slow bus ever holds up a post.
 #pragma once
 
+#include "platform/linux/bus/backoff.h"
 #include "platform/linux/loop/event_loop.h"
 #include "platform/run_loop.h"
 
+#include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <systemd/sd-bus.h>
@@ -23,63 +25,63 @@ struct BusSlotRelease {
     void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };
 
-/// A match or a call that waits for its reply; ends with this object.
+/// A match, or a call that waits for its reply. Destroying it removes the match or drops the reply.
 using BusSlot = std::unique_ptr<sd_bus_slot, BusSlotRelease>;
 
-/// A subscription by a match rule. The bus is not waited for; its refusal is reported.
+/// Subscribes to what fits the match rule. Does not wait for the bus; a refusal is reported.
 BusSlot addMatch(sd_bus& bus, const std::string& rule, sd_bus_message_handler_t handler, void* data);
 
-/// What an error that has been received says; many come without a message.
-std::string textOf(const sd_bus_error& error);
+/// The message of an error that was received, or its name: many come without a message.
+std::string errorMessage(const sd_bus_error& error);
 
-/// Who has something to set up on every new connection. Called on the bus thread.
-class BusUser {
+/// Told about connections, on the bus thread.
+class BusListener {
   public:
-    BusUser() = default;
-    virtual ~BusUser() = default;
-    BusUser(const BusUser&) = delete;
-    BusUser& operator=(const BusUser&) = delete;
+    BusListener() = default;
+    virtual ~BusListener() = default;
+    BusListener(const BusListener&) = delete;
+    BusListener& operator=(const BusListener&) = delete;
 
-    /// Comes before everything that is queued.
+    /// There is a new connection; nothing queued has been sent on it yet.
     virtual void connected(sd_bus& bus) = 0;
-    /// Slots must be let go of.
-    virtual void lost() = 0;
+    /// The connection is about to be freed: slots on it must be destroyed now.
+    virtual void disconnected() = 0;
 };
 
+/// Thread-safe.
 class BusConnection {
   public:
-    /// What waits for the bus, in `cost` of `send`; what comes beyond is refused.
-    static constexpr std::size_t maxQueuedMessages = 16384;
-    static constexpr std::size_t maxQueuedCost = std::size_t{16} << 20;
-
+    /// Sends messages. May be called once more, on a new connection.
     using Work = std::function<void(sd_bus& bus)>;
 
-    /// Never destroyed: other threads may post until the process has ended. First called by a thread that may be the
-    /// first one to call RunLoop::main.
+    /// Never destroyed: other threads may post until the process has ended.
     static BusConnection& shared();
 
-    /// Users live as long as the process. For connections made from now on; what the present one needs is sent.
-    void addUser(BusUser& user);
+    /// For connections made from now on; on the present one, the listener sends what it needs by itself. It must live
+    /// as long as the process.
+    void addListener(BusListener& listener);
 
-    /// Queues work that sends messages, to be done on the bus thread in the order of the calls, once there is a
-    /// connection and what came before is written to it. Done again on the next connection when this one is lost before
-    /// all is written. From any thread. False when the queue is full; work without a cost is never refused.
-    bool send(std::size_t cost, Work work);
+    /// Queues work for the bus thread and returns at once. It is done in the order of the calls, when there is a
+    /// connection and everything before is written to it; again, on the next connection, when the present one is lost
+    /// before all of it is written. Then the work is destroyed.
+    void send(Work work);
 
-    /// Lets go of `kept` on the bus thread when the bus has dealt with everything sent before, or is lost then.
-    void releaseAfterDelivery(std::shared_ptr<void> kept);
+    /// Calls `done`, on the bus thread, once the bus has dealt with everything sent before, or has been lost since.
+    void afterDelivery(std::function<void()> done);
 
-    /// Blocks until the bus has dealt with everything sent before, or for `deadline` at the most.
-    void flush(std::chrono::milliseconds deadline);
+    /// Blocks until the bus has dealt with everything sent before, at most until `timeout` has passed.
+    void flush(std::chrono::milliseconds timeout);
 
   private:
-    struct BusRelease {
-        void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+    enum class State {
+        waiting,    // for the time of the next attempt
+        connecting, // at most until then
+        connected,
+        lost, // the connection is still to be dropped: that can't be done in its own callback
     };
 
-    struct Queued {
-        std::size_t cost;
-        Work work;
+    struct BusRelease {
+        void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
     };
 
     BusConnection();
@@ -88,34 +90,33 @@ class BusConnection {
     void onConnected();
     void onRetryTime();
     void afterDispatch();
-    void dropConnection();
+    void drop();
     void sendQueued();
-    bool popWritten();
+    bool removeWritten();
     void reportMissing(std::string_view reason);
+    std::vector<BusListener*> listeners();
 
     const std::string address_;
+    const std::chrono::steady_clock::time_point startedAt_ = std::chrono::steady_clock::now();
 
     std::mutex mutex_;
-    std::deque<Queued> queue_;
-    std::size_t queuedMessages_ = 0;
-    std::size_t queuedCost_ = 0;
-    std::vector<BusUser*> users_;
-    bool connected_ = false;
+    std::deque<Work> queue_;
+    std::vector<BusListener*> listeners_;
+    std::atomic<State> state_{State::waiting};
 
     // The bus thread's own.
     RunLoop loop_;
     RunLoop::Source keepsRunning_{loop_};
     std::unique_ptr<sd_bus, BusRelease> bus_;
     BusSlot onConnected_;
-    BusSlot onDisconnected_;
+    BusSlot onLost_;
     EventSource retry_;
     EventSource afterDispatch_;
-    std::chrono::milliseconds pause_;
-    std::chrono::steady_clock::time_point connectedAt_;
-    bool retryDue_ = false;
-    bool disconnected_ = false;
+    Backoff backoff_;
+    std::chrono::steady_clock::time_point retryTime_;
+    std::optional<std::chrono::steady_clock::time_point> connectedAt_;
     bool frontIsSent_ = false;
-    bool reportedMissing_ = false;
+    bool missingIsReported_ = false;
 
     std::thread thread_;
 };

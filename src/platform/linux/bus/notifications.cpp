@@ -5,51 +5,25 @@
 #include "foundation/limited_report.h"
 #include "foundation/observer_list.h"
 #include "platform/linux/bus/bus_connection.h"
+#include "platform/linux/bus/message_quota.h"
 #include "platform/linux/bus/notification_message.h"
 #include "platform/linux/bus/sleep_monitor.h"
 
 #include <algorithm>
 #include <map>
-#include <mutex>
 
 namespace platform {
 
 namespace {
 
-/// Counts what was received and waits for the main loop, within bounds: whoever floods the bus while a handler is
-/// slow must not fill the memory.
-class Inbox {
-  public:
-    bool enter(std::size_t cost) {
-        const std::lock_guard lock(mutex_);
-        if (messages_ == BusConnection::maxQueuedMessages || cost_ + cost > BusConnection::maxQueuedCost) {
-            return false;
-        }
-        ++messages_;
-        cost_ += cost;
-        return true;
-    }
-
-    void leave(std::size_t cost) {
-        const std::lock_guard lock(mutex_);
-        --messages_;
-        cost_ -= cost;
-    }
-
-  private:
-    std::mutex mutex_;
-    std::size_t messages_ = 0;
-    std::size_t cost_ = 0;
-};
-
-/// What stands between quotes in a match rule.
+/// Whether a match rule can hold the name: it stands there in single quotes, and nothing in it can be escaped.
 bool isObservable(const std::string& name) {
     return !name.empty() && name.size() <= NotificationMessage::maxNameLength &&
            std::all_of(name.begin(), name.end(),
                        [](unsigned char c) { return c >= 0x20 && c < 0x7f && c != '\'' && c != '\\'; });
 }
 
-class DistributedCenter : private BusUser {
+class DistributedCenter : private BusListener {
   public:
     static DistributedCenter& shared() {
         static DistributedCenter& center = *new DistributedCenter;
@@ -60,30 +34,43 @@ class DistributedCenter : private BusUser {
         if (!isObservable(name)) {
             throw Exception("unobservable notification name");
         }
-        return observers_.add(name, std::move(handler), std::make_shared<RunLoop::Source>(RunLoop::main()));
+        // What was posted before the call may still be on its way through the bus. It has arrived when the bus answers.
+        const auto isBehindEarlierPosts = std::make_shared<bool>(false); // the main loop's own
+        auto observation = observers_.add(
+            name,
+            [isBehindEarlierPosts, handler = std::move(handler)](const Notification& notification) {
+                if (*isBehindEarlierPosts) {
+                    handler(notification);
+                }
+            },
+            std::make_shared<RunLoop::Source>(RunLoop::main()));
+        BusConnection::shared().afterDelivery([isBehindEarlierPosts] {
+            RunLoop::main().perform([isBehindEarlierPosts] { *isBehindEarlierPosts = true; });
+        });
+        return observation;
     }
 
     void post(NotificationMessage message) {
-        std::size_t cost = 0;
         try {
             validate(message);
-            cost = message.cost();
         } catch (const MalformedMessage& reason) {
             malformed_(std::string("notification not posted: ") + reason.what());
             return;
         }
+        const MessageQuota::Ticket ticket = outbox_.take(message.cost());
+        if (!ticket) {
+            overflow_("notifications not posted: too many wait for the bus");
+            return;
+        }
         const auto shared = std::make_shared<const NotificationMessage>(std::move(message));
-        const bool taken = BusConnection::shared().send(cost, [shared](sd_bus& bus) {
+        BusConnection::shared().send([ticket, shared](sd_bus& bus) {
             const BusMessage signal = encode(bus, *shared);
             check(sd_bus_send(&bus, signal.get(), nullptr), "sd_bus_send");
         });
-        if (!taken) {
-            overflow_("notifications not posted: too many wait for the bus");
-        }
     }
 
   private:
-    DistributedCenter() { BusConnection::shared().addUser(*this); }
+    DistributedCenter() { BusConnection::shared().addListener(*this); }
 
     void connected(sd_bus& bus) override {
         for (const std::string& name : observers_.names()) {
@@ -91,10 +78,10 @@ class DistributedCenter : private BusUser {
         }
     }
 
-    void lost() override { matches_.clear(); }
+    void disconnected() override { matches_.clear(); }
 
     void observersChanged(const std::string& name) {
-        BusConnection::shared().send(0, [this, name](sd_bus& bus) { subscribe(bus, name); });
+        BusConnection::shared().send([this, name](sd_bus& bus) { subscribe(bus, name); });
     }
 
     /// Makes the subscription agree with the present observers.
@@ -126,19 +113,19 @@ class DistributedCenter : private BusUser {
     }
 
     void handOver(NotificationMessage message) {
-        const std::size_t cost = message.cost();
-        if (!inbox_.enter(cost)) {
+        const MessageQuota::Ticket ticket = inbox_.take(message.cost());
+        if (!ticket) {
             overflow_("notifications dropped: too many wait for the main loop");
             return;
         }
-        RunLoop::main().perform([this, cost, notification = std::move(message.notification)] {
-            inbox_.leave(cost);
-            observers_.deliver(notification);
-        });
+        RunLoop::main().perform(
+            [this, ticket, notification = std::move(message.notification)] { observers_.deliver(notification); });
     }
 
     ObserverList observers_{[this](const std::string& name) { observersChanged(name); }};
-    Inbox inbox_;
+    /// What waits for the bus, and what waits for the main loop.
+    MessageQuota outbox_;
+    MessageQuota inbox_;
     LimitedReport malformed_{10};
     LimitedReport overflow_{1};
     std::map<std::string, BusSlot> matches_; // the bus thread's own

@@ -33,8 +33,8 @@ SleepMonitor& SleepMonitor::shared() {
 }
 
 SleepMonitor::SleepMonitor()
-    : observers_([this](const std::string&) { BusConnection::shared().send(0, [this](sd_bus& bus) { watch(bus); }); }) {
-    BusConnection::shared().addUser(*this);
+    : observers_([this](const std::string&) { BusConnection::shared().send([this](sd_bus& bus) { watch(bus); }); }) {
+    BusConnection::shared().addListener(*this);
 }
 
 ObservationPtr SleepMonitor::addObserver(const std::string& name, NotificationHandler handler) {
@@ -43,7 +43,7 @@ ObservationPtr SleepMonitor::addObserver(const std::string& name, NotificationHa
 
 void SleepMonitor::connected(sd_bus& bus) { watch(bus); }
 
-void SleepMonitor::lost() {
+void SleepMonitor::disconnected() {
     manager_.clear();
     managerChanged_.reset();
     managerCall_.reset();
@@ -55,7 +55,7 @@ void SleepMonitor::lost() {
 /// Asks for what the present observers need and is not asked for yet.
 void SleepMonitor::watch(sd_bus& bus) {
     if (observers_.names().empty()) {
-        lost();
+        disconnected();
         return;
     }
     if (managerChanged_) {
@@ -127,7 +127,7 @@ void SleepMonitor::takeLock(sd_bus_message& reply) {
     lockCall_.reset();
     int descriptor = -1;
     if (const sd_bus_error* error = sd_bus_message_get_error(&reply)) {
-        diagnostics::report("sleep: no delay lock: " + textOf(*error));
+        diagnostics::report("sleep: no delay lock: " + errorMessage(*error));
     } else if (sd_bus_message_read(&reply, "h", &descriptor) > 0) {
         // The message owns the one it carries.
         lock_ = std::make_shared<Descriptor>(::fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
@@ -152,7 +152,7 @@ void SleepMonitor::prepareForSleep(sd_bus& bus, bool begins) {
     lockCall_.reset();
     RunLoop::main().perform([this, lock = std::move(lock_)] {
         observers_.deliver({workspace_center::willSleepNotification, {}, {}});
-        BusConnection::shared().releaseAfterDelivery(lock);
+        BusConnection::shared().afterDelivery([lock] {}); // held until then
     });
 }
 

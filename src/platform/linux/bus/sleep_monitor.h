@@ -12,7 +12,7 @@ namespace platform {
 
 /// While will-sleep is observed it holds the login manager's delay lock, and lets go of it only when the handlers
 /// have returned and the bus has passed on what they posted. Without a login manager it waits for one to appear.
-class SleepMonitor : private BusUser {
+class SleepMonitor : private BusListener {
   public:
     static SleepMonitor& shared();
 
@@ -25,7 +25,7 @@ class SleepMonitor : private BusUser {
 
     SleepMonitor();
     void connected(sd_bus& bus) override;
-    void lost() override;
+    void disconnected() override;
 
     void watch(sd_bus& bus);
     void setManager(sd_bus& bus, const std::string& uniqueName);
