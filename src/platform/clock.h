@@ -1,4 +1,4 @@
-// Time. Everything that waits for time to pass waits here, so that a stand-in can steer it.
+// Time. Whoever waits for time to pass calls `sleep`, which a stand-in can steer. All functions are thread-safe.
 #pragma once
 
 #include <chrono>
@@ -7,10 +7,10 @@
 
 namespace platform::clock {
 
-/// The current date and time in the system's time zone as "yyyy-MM-dd HH:mm:ss", Western digits, 24 hours.
+/// The present date and time in the system's time zone as "yyyy-MM-dd HH:mm:ss", Western digits, 24 hours.
 std::string timestamp();
 
-/// Blocks the calling thread for the duration; returns early when a stop is requested on `stop`.
+/// Blocks the calling thread for the duration, or until a stop is requested.
 void sleep(std::chrono::nanoseconds duration, const std::stop_token& stop = {});
 
 /// Lets other threads run.

@@ -9,29 +9,28 @@ namespace platform {
 
 class EventLoop;
 
+/// `stop`, `perform` and sources are thread-safe; the rest belongs to the thread that runs the loop.
 class RunLoop {
   public:
-    /// The main thread's loop. First called by the main thread, which also is the one to run it. SIGTERM and SIGINT
-    /// stop it; they are blocked from the first call on, in threads started later too. From then on SIGPIPE is
-    /// ignored and SIGCHLD is not.
+    /// The main thread's loop, never destroyed. The first call is made by the main thread, before it starts others:
+    /// from then on SIGTERM and SIGINT stop this loop instead of ending the process, and SIGPIPE is ignored.
     static RunLoop& main();
 
-    /// A loop for another thread; run it there.
+    /// A loop for another thread.
     RunLoop();
     ~RunLoop();
     RunLoop(const RunLoop&) = delete;
     RunLoop& operator=(const RunLoop&) = delete;
 
-    /// Dispatches on the calling thread until stopped, or until there are no timers and no sources left.
+    /// Serves tasks, timers and sources on the calling thread until it is stopped, or until none are left.
     void run();
-    /// Makes `run` return after the current callback. From any thread.
+    /// Makes `run` return after the callback in progress; without a `run` in progress, the next one returns at once.
     void stop();
-    /// Queues a task for this loop and returns at once. From any thread. Tasks run in order; a task's exception is
-    /// reported and ends that task only.
+    /// Queues a task and returns at once. Tasks run in order. An exception is reported and ends that task only.
     void perform(std::function<void()> task);
 
-    /// Keeps `run` from returning for want of sources while it lives: for event sources outside the loop, such as
-    /// notification observers, that hand their work over with `perform`. From any thread.
+    /// Keeps `run` from returning while it lives. For event sources outside the loop that reach it by `perform`, such
+    /// as notification observers.
     class Source {
       public:
         explicit Source(RunLoop& loop);
@@ -51,19 +50,20 @@ class RunLoop {
     std::unique_ptr<State> state_;
 };
 
-/// Calls back on a loop's thread again and again, first after one interval; it costs no wake-up in between. Made and
-/// destroyed on that thread.
+/// Calls back on the loop's thread at a fixed beat, first after one interval; beats missed while the thread was busy
+/// are made up for by one call. An exception is reported and ends that call only. Made and destroyed on the loop's
+/// thread.
 class RepeatingTimer {
   public:
     RepeatingTimer(RunLoop& loop, std::chrono::milliseconds interval, std::function<void()> callback);
-    /// Invalidates it: no call comes after. May be called from the callback.
+    /// There are no calls afterwards. May be called from the callback.
     ~RepeatingTimer();
     RepeatingTimer(const RepeatingTimer&) = delete;
     RepeatingTimer& operator=(const RepeatingTimer&) = delete;
 
   private:
     struct State;
-    std::shared_ptr<State> state_;
+    std::unique_ptr<State> state_;
 };
 
 } // namespace platform

@@ -47,7 +47,7 @@ std::size_t costOf(const Value& value, int depth) {
         cost += costOf(*dictionary, depth + 1);
     } else if (const auto* array = value.array()) {
         for (const Value& element : *array) {
-            cost += costOf(element, depth + 2); // stands in a variant of its own
+            cost += costOf(element, depth + 2); // each element is in a variant of its own
         }
     }
     return cost;
@@ -63,7 +63,7 @@ class Writer {
         if (appendBasic('s', valid.c_str()) != -EINVAL) {
             return;
         }
-        // The library takes no non-characters, which are valid UTF-8.
+        // The library refuses Unicode's noncharacters although they are valid UTF-8.
         for (char& byte : valid) {
             byte = static_cast<unsigned char>(byte) < 0x80 ? byte : '?';
         }
@@ -256,7 +256,7 @@ class Reader {
 
     void enter(char type, const char* contents, int depth) {
         checkDepth(depth);
-        // What the library peeks at belongs to the container that it leaves by this.
+        // `contents` points into the container that is the current one until this call.
         const std::string kept(contents);
         read(sd_bus_message_enter_container(&message_, type, kept.c_str()));
     }

@@ -24,33 +24,33 @@ struct NotificationMessage {
     static constexpr const char* signature = "ssa{sv}u";
 
     static constexpr std::size_t maxNameLength = 255;
-    /// For `cost`.
+    /// A bound on `cost`.
     static constexpr std::size_t maxCost = std::size_t{64} << 10;
-    /// Variants, arrays and dictionaries inside each other. The bus itself ends at 64 and shuts out a client that
-    /// goes beyond; a dictionary in a variant is three of its levels.
+    /// Levels of variants, arrays and dictionaries. The bus disconnects a client that exceeds 64 levels; a dictionary
+    /// in a variant counts as three of those.
     static constexpr int maxDepth = 32;
 
     Notification notification;
     std::uint32_t options = 0;
 
-    /// The memory that the notification takes, roughly, in bytes.
+    /// Roughly the memory that the notification takes, in bytes. Throws MalformedMessage when it is nested too deeply.
     std::size_t cost() const;
 };
 
-/// Says why a message is not as it must be.
+/// Its text says what is wrong with the message.
 class MalformedMessage : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-/// Throws MalformedMessage when the message has no proper name, is too large or nested too deeply.
+/// Throws MalformedMessage when the name is empty or too long, or the message too large or nested too deeply.
 void validate(const NotificationMessage& message);
 
-/// The signal to send, for a message that passes `validate`. Texts are made valid, null values left out, dates sent as
-/// seconds. Throws std::system_error.
+/// The signal for a message that passes `validate`. Invalid UTF-8 is repaired, null values are left out, and dates are
+/// sent as their number of seconds. Throws std::system_error.
 BusMessage encode(sd_bus& bus, const NotificationMessage& message);
 
-/// The content of a received signal; throws MalformedMessage. No more than the permitted cost is read of it.
+/// The content of a received signal. Reads no more than `maxCost` of it. Throws MalformedMessage.
 NotificationMessage decode(sd_bus_message& signal);
 
 } // namespace platform

@@ -17,7 +17,7 @@ constexpr const char* managerInterface = "org.freedesktop.login1.Manager";
 constexpr const char* busName = "org.freedesktop.DBus";
 constexpr const char* busPath = "/org/freedesktop/DBus";
 
-/// Anybody may send a signal straight to this connection, whatever its match rules say.
+/// Match rules don't tell: anybody may address a signal to this connection directly.
 bool isFrom(sd_bus_message* signal, std::string_view sender) {
     const char* actual = sd_bus_message_get_sender(signal);
     return actual != nullptr && actual == sender;
@@ -52,7 +52,7 @@ void SleepMonitor::disconnected() {
     lock_.reset();
 }
 
-/// Asks for what the present observers need and is not asked for yet.
+/// Subscribes to what the present observers need, as far as that hasn't been done.
 void SleepMonitor::watch(sd_bus& bus) {
     if (observers_.names().empty()) {
         disconnected();
@@ -63,9 +63,7 @@ void SleepMonitor::watch(sd_bus& bus) {
         return;
     }
     const auto rule = [](auto... words) {
-        return text::format("type='signal',sender='%@',path='%@',"
-                            "interface='%@',member='%@'",
-                            words...);
+        return text::format("type='signal',sender='%@',path='%@',interface='%@',member='%@'", words...);
     };
     managerChanged_ = addMatch(bus, rule(busName, busPath, busName, "NameOwnerChanged") + ",arg0='" + managerName + "'",
                                onManagerChanged, this);
@@ -80,7 +78,7 @@ void SleepMonitor::watch(sd_bus& bus) {
 
 int SleepMonitor::onManagerReply(sd_bus_message* reply, void* self, sd_bus_error* /*error*/) {
     const char* owner = nullptr;
-    // An error says that nobody has the name.
+    // An error reply means that nobody owns the name.
     if (sd_bus_message_is_method_error(reply, nullptr) == 0 && sd_bus_message_read(reply, "s", &owner) > 0) {
         diagnostics::contain("sleep", [&] { static_cast<SleepMonitor*>(self)->setManager(busOf(reply), owner); });
     }
@@ -129,7 +127,7 @@ void SleepMonitor::takeLock(sd_bus_message& reply) {
     if (const sd_bus_error* error = sd_bus_message_get_error(&reply)) {
         diagnostics::report("sleep: no delay lock: " + errorMessage(*error));
     } else if (sd_bus_message_read(&reply, "h", &descriptor) > 0) {
-        // The message owns the one it carries.
+        // The descriptor in the message belongs to the message.
         lock_ = std::make_shared<Descriptor>(::fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
     }
 }

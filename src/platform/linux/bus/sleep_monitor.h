@@ -1,4 +1,4 @@
-// Sleep and wake, as the login manager announces them.
+// The machine's sleep and wake-up, as the login manager announces them.
 #pragma once
 
 #include "foundation/observer_list.h"
@@ -10,17 +10,17 @@
 
 namespace platform {
 
-/// While will-sleep is observed it holds the login manager's delay lock, and lets go of it only when the handlers
-/// have returned and the bus has passed on what they posted. Without a login manager it waits for one to appear.
+/// While somebody observes will-sleep, this holds a delay lock of the login manager's, and releases it when the
+/// handlers have returned and the bus has passed on their posts. Without a login manager it waits for one to appear.
 class SleepMonitor : private BusListener {
   public:
     static SleepMonitor& shared();
 
-    /// From any thread; the handler runs on the main run loop.
+    /// Thread-safe. The handler runs on the main run loop.
     [[nodiscard]] ObservationPtr addObserver(const std::string& name, NotificationHandler handler);
 
   private:
-    // Closed when its last owner lets go: this monitor, or a sleep that is being announced.
+    /// Released, by closing it, when the last owner is destroyed: this monitor, or a sleep that is being announced.
     using Lock = std::shared_ptr<Descriptor>;
 
     SleepMonitor();
@@ -41,7 +41,7 @@ class SleepMonitor : private BusListener {
     ObserverList observers_;
 
     // The bus thread's own.
-    std::string manager_; // unique name; empty when there is none
+    std::string manager_; // its unique name on the bus; empty when there is none
     BusSlot managerChanged_;
     BusSlot managerCall_;
     BusSlot prepareForSleep_;

@@ -10,10 +10,10 @@
 namespace platform::clock {
 
 std::string timestamp() {
-    // localtime_r reads the zone only once, but it may change while the process runs. Each tzset swaps the
-    // library's record of it, so one thread at a time.
+    // localtime_r reads the time zone only once, but the administrator may change it while the process runs. tzset is
+    // not thread-safe.
     static std::mutex zone;
-    const std::scoped_lock lock(zone);
+    const std::lock_guard lock(zone);
     ::tzset();
     const std::time_t now = std::time(nullptr);
     std::tm local{};
@@ -25,7 +25,7 @@ std::string timestamp() {
 }
 
 void sleep(std::chrono::nanoseconds duration, const std::stop_token& stop) {
-    // Beyond this the end of the sleep is no longer a moment that the steady clock can name.
+    // The end of the sleep must not overflow the steady clock.
     constexpr std::chrono::nanoseconds longest = std::chrono::hours(24 * 365 * 100);
     std::mutex mutex;
     std::condition_variable_any over;

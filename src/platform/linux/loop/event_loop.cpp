@@ -31,7 +31,7 @@ int onSignalInfo(sd_event_source* /*source*/, const signalfd_siginfo* /*info*/, 
 
 int onTime(sd_event_source* /*source*/, std::uint64_t /*time*/, void* callback) { return call(callback); }
 
-/// sd-event lets go of a source only when its callback has returned, so the function lives as long as the source.
+/// Ties the function's life to the source's: sd-event frees a source only after its callback has returned.
 EventSource owning(sd_event_source* source, std::unique_ptr<Callback> callback) {
     EventSource result(source);
     check(sd_event_source_set_destroy_callback(source, [](void* data) { delete static_cast<Callback*>(data); }),

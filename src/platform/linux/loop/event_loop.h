@@ -1,4 +1,4 @@
-// sd-event as a C++ object: what run loops are made of, and what other Linux sources hang their descriptors on.
+// sd-event as C++ objects: run loops are made of it, and other sources of this platform add their descriptors to it.
 #pragma once
 
 #include <chrono>
@@ -11,18 +11,18 @@ namespace platform {
 
 class RunLoop;
 
-/// Throws std::system_error when a call of libsystemd failed, that is, returned a negated error number.
+/// Throws std::system_error when a call to libsystemd has failed, that is, returned a negative errno.
 void check(int result, const char* call);
 
-/// Something that an event loop watches; no callback comes after its end. Its own callback may end it: the
-/// function stays alive until it has returned.
+/// Something that an event loop watches. There are no callbacks after its destruction. Its own callback may destroy it:
+/// the function object lives on until it has returned.
 class EventSource {
   public:
     EventSource() = default;
 
     explicit EventSource(sd_event_source* source) : source_(source) {}
 
-    /// For a timer: calls back once at that time, or at once when it has passed.
+    /// For a timer: calls back once, at that time, or at once when it has passed.
     void fireAt(std::chrono::steady_clock::time_point time);
 
     void fireAfter(std::chrono::microseconds delay) { fireAt(std::chrono::steady_clock::now() + delay); }
@@ -35,23 +35,23 @@ class EventSource {
     std::unique_ptr<sd_event_source, Release> source_;
 };
 
-/// Belongs to one thread. What a callback throws is reported and ends that call only.
+/// Belongs to one thread. An exception from a callback is reported and ends that call only.
 class EventLoop {
   public:
     using Callback = std::function<void()>;
 
     EventLoop();
 
-    /// Sleeps until something is to be done, and calls back for one source.
+    /// Waits until a source is ready and calls back for that one.
     void dispatch();
 
-    /// Calls back as long as there is something to read. End it before the descriptor is closed.
+    /// Calls back while there is something to read. Must be destroyed before the descriptor is closed.
     [[nodiscard]] EventSource onReadable(int descriptor, Callback callback);
-    /// Comes before what else is due. The signal must be blocked in every thread.
+    /// Goes before other sources that are ready. The signal must be blocked in every thread.
     [[nodiscard]] EventSource onSignal(int signal, Callback callback);
-    /// Calls back each time another source has been served.
+    /// Calls back after every callback of another source.
     [[nodiscard]] EventSource afterDispatch(Callback callback);
-    /// Does nothing until it is told when to fire; may be late by `accuracy`, so that wake-ups can be shared.
+    /// Set by `fireAt`. May be late by `accuracy`, so that the system can join wake-ups.
     [[nodiscard]] EventSource timer(std::chrono::microseconds accuracy, Callback callback);
 
     /// Borrowed.
@@ -65,8 +65,8 @@ class EventLoop {
     std::unique_ptr<sd_event, Release> event_;
 };
 
-/// The event loop inside a run loop, for sources of the same thread. A source that is to keep `run` from returning
-/// holds a RunLoop::Source beside it.
+/// The event loop inside a run loop, for the run loop's own thread. A source that is to keep `run` from returning needs
+/// a RunLoop::Source besides.
 EventLoop& eventLoop(RunLoop& loop);
 
 } // namespace platform

@@ -25,7 +25,7 @@ struct RunLoop::State {
     EventSource onInterrupt;
 
     std::mutex mutex;
-    // As long as there are any, the descriptor is readable.
+    /// While there are any, `wakeUp` is readable.
     std::deque<std::function<void()>> tasks;
     std::size_t sources = 0;
     bool stopped = false;
@@ -43,7 +43,7 @@ struct RunLoop::State {
         wake();
     }
 
-    /// One at a time, so that signals and timers have their turn in between.
+    /// Only one, so that signals and timers get their turn in between.
     void runTask() {
         if (const auto task = nextTask()) {
             diagnostics::contain("run loop", task);
@@ -70,15 +70,15 @@ RunLoop::RunLoop() : state_(std::make_unique<State>()) {}
 RunLoop::~RunLoop() = default;
 
 RunLoop& RunLoop::main() {
-    // Never destroyed: other threads may hand over work until the process has ended.
+    // Other threads may hand over work until the process has ended.
     static RunLoop& loop = *[] {
         sigset_t signals;
         sigemptyset(&signals);
         sigaddset(&signals, SIGTERM);
         sigaddset(&signals, SIGINT);
         pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-        std::signal(SIGPIPE, SIG_IGN); // whoever writes to a closed pipe is told by the call
-        std::signal(SIGCHLD, SIG_DFL); // ignored, as it may have been handed down, nobody learns how a child ended
+        std::signal(SIGPIPE, SIG_IGN); // a write to a closed pipe fails instead
+        std::signal(SIGCHLD, SIG_DFL); // may be inherited as ignored, and then no child can be waited for
         auto made = std::make_unique<RunLoop>();
         State& state = *made->state_;
         state.onTerminate = state.loop.onSignal(SIGTERM, [&state] { state.stop(); });
@@ -126,7 +126,7 @@ struct RepeatingTimer::State {
 
     State(RunLoop& loop, milliseconds period) : keepsRunning(loop), interval(std::max(period, milliseconds{1})) {}
 
-    /// Stays on the beat of the first call; beats that have passed meanwhile are left out.
+    /// The first time on the beat that is still to come.
     void scheduleNext() {
         const auto late = std::chrono::steady_clock::now() - next;
         next += interval * (1 + std::max<std::int64_t>(late / interval, 0));
@@ -135,9 +135,9 @@ struct RepeatingTimer::State {
 };
 
 RepeatingTimer::RepeatingTimer(RunLoop& loop, milliseconds interval, std::function<void()> callback)
-    : state_(std::make_shared<State>(loop, interval)) {
+    : state_(std::make_unique<State>(loop, interval)) {
     const microseconds accuracy = std::min<microseconds>(state_->interval / 1000, milliseconds{1});
-    // The callback may end this timer, so it comes last.
+    // The callback comes last: it may destroy this timer.
     state_->source = eventLoop(loop).timer(accuracy, [state = state_.get(), call = std::move(callback)] {
         state->scheduleNext();
         call();
