@@ -9,28 +9,30 @@
 
 namespace fakes::clock {
 
-inline Steered<std::string> timestamp;
+inline Steered<std::string> timestamp{"2001-01-01 00:00:00"};
 /// The sleeps so far, in the order they began.
 inline Steered<std::vector<std::chrono::nanoseconds>> sleeps;
 /// Called on the sleeping thread before each sleep.
 inline Steered<std::function<void(std::chrono::nanoseconds)>> onSleep;
-/// Sleeps of at least this long last until they are stopped, also in free-running time: for threads that would spin.
+/// Sleeps of at least this duration last until they are stopped even when the clock runs freely: for threads that would
+/// spin otherwise.
 inline Steered<std::chrono::nanoseconds> blockFrom;
 
-/// Free running, nothing recorded, "2001-01-01 00:00:00", no hook, no time passed.
+/// Free running at "2001-01-01 00:00:00", with nothing recorded, no hook and no time passed.
 void reset();
-/// Whoever sleeps wakes up.
+/// Also wakes every sleeper.
 void setStepped(bool stepped);
-/// What has passed since the start.
+/// The time that has passed since the last reset.
 std::chrono::nanoseconds now();
 /// How many threads sleep.
 std::size_t sleepers();
 /// Blocks until that many threads sleep.
 void waitForSleepers(std::size_t count);
-/// Lets time pass until the next sleep is over or the next alarm is due, and calls that one on this thread.
+/// Lets time pass until the next sleep is over or the next alarm is due; rings that alarm on this thread. There must be
+/// a sleeper or an alarm.
 void advance();
 
-/// Rings again and again. Set, rung and removed on the test's thread.
+/// Rings at every interval. Set, rung and removed on the test's thread. An exception ends that ring only.
 struct Alarm {
     std::chrono::nanoseconds next;
     std::chrono::nanoseconds interval;

@@ -31,7 +31,7 @@ std::uint32_t system_info::randomBelow(std::uint32_t bound) {
 std::optional<std::string> session::consoleUser() { return fakes::machine::consoleUser(); }
 
 std::optional<std::string> session::homeFolder(const std::string& user) {
-    return user == "ann" ? std::optional<std::string>("/Users/ann") : std::nullopt;
+    return user == "ann" || user == "bob" ? std::optional("/Users/" + user) : std::nullopt;
 }
 
 std::string session::currentHomeFolder() { return "/var/root"; }

@@ -4,12 +4,12 @@
 #include "platform/file_system_events.h"
 #include "platform/run_loop.h"
 
-#include <future>
+#include <atomic>
 
 namespace platform {
 
 struct RunLoop::State {
-    std::promise<void> stopped;
+    std::atomic<bool> stopped = false;
 };
 
 RunLoop::RunLoop() : state_(std::make_unique<State>()) {}
@@ -21,9 +21,15 @@ RunLoop& RunLoop::main() {
     return loop;
 }
 
-void RunLoop::run() { state_->stopped.get_future().wait(); }
+void RunLoop::run() {
+    state_->stopped.wait(false);
+    state_->stopped = false;
+}
 
-void RunLoop::stop() { state_->stopped.set_value(); }
+void RunLoop::stop() {
+    state_->stopped = true;
+    state_->stopped.notify_all();
+}
 
 RunLoop::Source::Source(RunLoop& loop) : loop_(loop) {}
 
@@ -38,7 +44,7 @@ struct RepeatingTimer::State {
 };
 
 RepeatingTimer::RepeatingTimer(RunLoop& /*loop*/, std::chrono::milliseconds interval, std::function<void()> callback)
-    : state_(std::make_shared<State>(fakes::clock::alarms.insert(
+    : state_(std::make_unique<State>(fakes::clock::alarms.insert(
           fakes::clock::alarms.end(), {fakes::clock::now() + interval, interval, std::move(callback)}))) {}
 
 RepeatingTimer::~RepeatingTimer() = default;

@@ -1,4 +1,4 @@
-// Run loops whose timers follow the steered clock, and a file system on which nothing happens of itself.
+// Run loops whose timers follow the steered clock, and event streams that tell nothing.
 #pragma once
 
 #include "fakes/steered.h"
@@ -8,7 +8,7 @@
 
 namespace fakes::run_loop {
 
-/// The folders that each event stream was made for, in the order they were made.
+/// The folders of each event stream, in the order in which the streams were made.
 inline Steered<std::vector<std::vector<std::string>>> watched;
 
 } // namespace fakes::run_loop

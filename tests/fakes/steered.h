@@ -10,10 +10,14 @@
 
 namespace fakes {
 
-/// Called without an argument it gives the value, with one it takes a new one.
+/// Called without an argument it returns a copy of the value; called with one it replaces the value. Thread-safe.
 template <typename T>
 class Steered {
   public:
+    Steered() = default;
+
+    explicit Steered(T initial) : value_(std::move(initial)) {}
+
     T operator()() const {
         const std::lock_guard lock(mutex_);
         return value_;

@@ -1,120 +1,127 @@
-// What works on other threads, or for them: run loops, timers, queues, sleeps.
+// Run loops, timers and queues, as far as their contracts don't cover them.
 #include "foundation/error.h"
 #include "foundation/operation_queue.h"
 #include "foundation/serial_queue.h"
-#include "foundation/value.h"
 #include "platform/clock.h"
 #include "platform/run_loop.h"
 #include "trial/support/wait.h"
 
-#include <array>
 #include <atomic>
 #include <csignal>
 #include <gmock/gmock.h>
-#include <optional>
 
 namespace {
 
 using namespace platform;
 using namespace std::chrono_literals;
-using testing::Each;
 using testing::ElementsAre;
 using testing::Ge;
-using Clock = std::chrono::steady_clock;
 using Task = std::function<void()>;
 
-struct TaskOperation : Operation {
-    Task task;
-
-    explicit TaskOperation(Task given) : task(std::move(given)) {}
-
-    void main() override { task(); }
-};
-
-TEST(Threads, DoTheirTasksInOrderWhateverOneRaises) {
-    std::vector<int> looped, queued, operated;
-    RunLoop loop;
-    SerialQueue queue("test");
-    OperationQueue operations(1);
+/// Hands three tasks to `add` that throw after they have noted their number in `done`.
+void addThrowingTasks(std::vector<int>& done, const std::function<void(Task)>& add) {
     for (int i = 0; i < 3; ++i) {
-        const auto task = [i](std::vector<int>& done) {
-            return [&done, i] {
-                done.push_back(i);
-                throw Exception("ends this task only");
-            };
-        };
-        loop.perform(task(looped));
-        queue.async(task(queued));
-        operations.addOperation(task(operated));
+        add([&done, i] {
+            done.push_back(i);
+            throw Exception("ends this task only");
+        });
     }
-    loop.run(); // returns when there is nothing left
-    queue.drain();
-    EXPECT_TRUE(trial::eventually([&] { return operations.operationCount() == 0; }));
-    EXPECT_THAT((std::array{looped, queued, operated}), Each(ElementsAre(0, 1, 2)));
 }
 
-TEST(OperationQueue, CancelsWhatRunsAndWaitsForItsEnd) {
-    std::atomic<bool> runs = false, ended = false;
-    {
-        OperationQueue operations(1);
-        const auto operation = std::make_shared<TaskOperation>(nullptr);
-        operation->task = [&, raw = operation.get()] {
-            runs = true;
-            while (!raw->isCancelled()) {
-                std::this_thread::yield();
-            }
-            clock::sleep(20ms); // an end without a wait would come first
-            ended = true;
-        };
-        operations.addOperation(operation);
-        EXPECT_TRUE(trial::eventually([&] { return runs.load(); }));
+TEST(RunLoop, DoesTasksInOrderWhateverOneThrows) {
+    std::vector<int> done;
+    RunLoop loop;
+    addThrowingTasks(done, [&](Task task) { loop.perform(std::move(task)); });
+    loop.run(); // returns when there is nothing left
+    EXPECT_THAT(done, ElementsAre(0, 1, 2));
+}
+
+TEST(SerialQueue, DoesTasksInOrderWhateverOneThrows) {
+    std::vector<int> done;
+    SerialQueue queue("test");
+    addThrowingTasks(done, [&](Task task) { queue.async(std::move(task)); });
+    queue.drain();
+    EXPECT_THAT(done, ElementsAre(0, 1, 2));
+}
+
+TEST(OperationQueue, DoesOneAfterTheOtherWhateverOneThrows) {
+    std::vector<int> done;
+    OperationQueue queue(1);
+    addThrowingTasks(done, [&](Task task) { queue.addOperation(std::move(task)); });
+    ASSERT_TRUE(trial::eventually([&] { return queue.operationCount() == 0; }));
+    EXPECT_THAT(done, ElementsAre(0, 1, 2));
+}
+
+/// Runs until it is cancelled, and a little longer.
+struct SlowToEnd : Operation {
+    std::atomic<bool> runs = false;
+    std::atomic<bool> ended = false;
+
+    void main() override {
+        runs = true;
+        while (!isCancelled()) {
+            std::this_thread::yield();
+        }
+        clock::sleep(20ms);
+        ended = true;
     }
-    EXPECT_TRUE(ended);
+};
+
+TEST(OperationQueue, CancelsWhatRunsAndWaitsForItsEnd) {
+    const auto operation = std::make_shared<SlowToEnd>();
+    {
+        OperationQueue queue(1);
+        queue.addOperation(operation);
+        ASSERT_TRUE(trial::eventually([&] { return operation->runs.load(); }));
+    }
+    EXPECT_TRUE(operation->ended);
 }
 
 TEST(RunLoop, StopsAfterTheCurrentCallback) {
+    struct Way {
+        std::string name;
+        Task stop;
+    };
+
     RunLoop& loop = RunLoop::main();
     const RunLoop::Source source(loop);
-    const Task ways[] = {[&] { loop.stop(); }, [] { std::raise(SIGTERM); }, [] { std::raise(SIGINT); }};
-    for (const Task& stop : ways) {
-        bool isNextRun = false;
-        loop.perform(stop);
+    const Way ways[] = {{.name = "stop", .stop = [&] { loop.stop(); }},
+                        {.name = "SIGTERM", .stop = [] { std::raise(SIGTERM); }},
+                        {.name = "SIGINT", .stop = [] { std::raise(SIGINT); }}};
+    for (const Way& way : ways) {
+        SCOPED_TRACE(way.name);
+        int done = 0;
         loop.perform([&] {
-            EXPECT_TRUE(isNextRun);
-            stop();
+            way.stop();
+            ++done;
+        });
+        loop.perform([&] {
+            way.stop();
+            ++done;
         });
         loop.run();
-        isNextRun = true;
+        EXPECT_EQ(done, 1);
         loop.run();
-        stop(); // before `run`, it is remembered
-        loop.run();
+        EXPECT_EQ(done, 2);
     }
 }
 
-TEST(RepeatingTimer, KeepsItsBeatAndMayEndItself) {
+TEST(RepeatingTimer, MakesUpForMissedBeatsOnce) {
+    using Clock = std::chrono::steady_clock;
     RunLoop loop;
     std::vector<Clock::duration> calls;
-    std::optional<RepeatingTimer> timer;
-    timer.emplace(loop, 5ms, [&, start = Clock::now()] {
+    const auto start = Clock::now();
+    const RepeatingTimer timer(loop, 5ms, [&] {
         calls.push_back(Clock::now() - start);
         while (calls.size() == 2 && Clock::now() - start < 32ms) {
-            std::this_thread::yield(); // a slow callback: the beats at 15 to 30 ms pass
+            std::this_thread::yield(); // the beats from 15 to 30 ms pass
         }
         if (calls.size() == 4) {
-            timer.reset();
+            loop.stop();
         }
-        throw Exception("ends this call only");
     });
-    loop.run(); // returns because the timer is gone
-    EXPECT_THAT(calls, ElementsAre(Ge(5ms), Ge(10ms), Ge(32ms), Ge(35ms))) << "missed beats are made up for once";
-}
-
-TEST(Clock, SleepsUnlessStopped) {
-    const auto start = Clock::now();
-    clock::sleep(20ms);
-    EXPECT_GE(Clock::now() - start, 20ms);
-    const std::jthread sleeper(
-        [](const std::stop_token& stop) { clock::sleep(std::chrono::nanoseconds::max(), stop); });
+    loop.run();
+    EXPECT_THAT(calls, ElementsAre(Ge(5ms), Ge(10ms), Ge(32ms), Ge(35ms)));
 }
 
 } // namespace

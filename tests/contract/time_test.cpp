@@ -1,0 +1,88 @@
+#include "contract/time_driver.h"
+#include "foundation/error.h"
+#include "platform/clock.h"
+
+#include <atomic>
+#include <gmock/gmock.h>
+#include <optional>
+#include <thread>
+
+namespace {
+
+using namespace platform;
+using namespace std::chrono_literals;
+using contract::time::now;
+using contract::time::passUntil;
+using testing::ElementsAre;
+using testing::Ge;
+
+TEST(ClockContract, SleepsForTheDuration) {
+    RunLoop loop;
+    const auto start = now();
+    std::atomic<bool> isOver = false;
+    const std::jthread sleeper([&] {
+        clock::sleep(20ms);
+        isOver = true;
+    });
+    ASSERT_TRUE(passUntil(loop, [&] { return isOver.load(); }));
+    EXPECT_GE(now() - start, 20ms);
+}
+
+TEST(ClockContract, EndsASleepWhenAStopIsRequested) {
+    const auto sleepOn = [](const std::stop_token& stop) { clock::sleep(std::chrono::nanoseconds::max(), stop); };
+    std::jthread sleeper(sleepOn);
+    sleeper.request_stop();
+    sleeper.join();
+    std::stop_source requestedBefore;
+    requestedBefore.request_stop();
+    sleepOn(requestedBefore.get_token());
+}
+
+TEST(ClockContract, GivesDateAndTime) {
+    EXPECT_THAT(clock::timestamp(),
+                testing::MatchesRegex("[0-9]{4}-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9]"));
+}
+
+TEST(RunLoopContract, ReturnsWhenItIsStopped) {
+    RunLoop loop;
+    const RunLoop::Source source(loop);
+    loop.stop(); // remembered until `run`
+    loop.run();
+    const std::jthread stopper([&] { loop.stop(); });
+    loop.run();
+}
+
+TEST(TimerContract, CallsAtEachBeatAfterTheFirstInterval) {
+    RunLoop loop;
+    std::vector<std::chrono::nanoseconds> calls;
+    const auto start = now();
+    const RepeatingTimer timer(loop, 5ms, [&] { calls.push_back(now() - start); });
+    ASSERT_TRUE(passUntil(loop, [&] { return calls.size() == 3; }));
+    EXPECT_THAT(calls, ElementsAre(Ge(5ms), Ge(10ms), Ge(15ms)));
+}
+
+TEST(TimerContract, MayBeEndedByItsCallback) {
+    RunLoop loop;
+    int calls = 0;
+    int laterCalls = 0;
+    std::optional<RepeatingTimer> timer;
+    timer.emplace(loop, 5ms, [&] {
+        ++calls;
+        timer.reset();
+    });
+    const RepeatingTimer later(loop, 7ms, [&] { ++laterCalls; });
+    ASSERT_TRUE(passUntil(loop, [&] { return laterCalls == 3; }));
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(TimerContract, GoesOnAfterAnException) {
+    RunLoop loop;
+    int calls = 0;
+    const RepeatingTimer timer(loop, 5ms, [&] {
+        ++calls;
+        throw Exception("from a timer");
+    });
+    EXPECT_TRUE(passUntil(loop, [&] { return calls == 2; }));
+}
+
+} // namespace
