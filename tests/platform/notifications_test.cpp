@@ -100,7 +100,9 @@ TEST_F(NotificationCenters, LetAnObserverHearOnlyWhatIsPostedAfterItWasAdded) {
         distributed_center::post("ordered", "2");
         const Ear late("ordered");
         distributed_center::post("ordered", "3");
-        bus.start();
+        if (isBusAway) {
+            bus.start();
+        }
         const Ear last("last");
         distributed_center::post("last");
         ASSERT_TRUE(last.hears(1));

@@ -36,21 +36,21 @@ std::size_t costOf(const Dictionary& dictionary, int depth) {
     return cost;
 }
 
-std::size_t costOf(const Value& value, int depth) {
-    checkDepth(depth);
-    std::size_t cost = sizeof(Value);
-    if (const auto* text = value.text()) {
-        cost += text->size();
-    } else if (const auto* data = value.as<Data>()) {
-        cost += data->bytes.size();
-    } else if (const auto* dictionary = value.dictionary()) {
-        cost += costOf(*dictionary, depth + 1);
-    } else if (const auto* array = value.array()) {
-        for (const Value& element : *array) {
-            cost += costOf(element, depth + 2); // each element is in a variant of its own
-        }
+std::size_t costOf(const Array& array, int depth) {
+    std::size_t cost = 0;
+    for (const Value& element : array) {
+        cost += costOf(element, depth + 1); // each element is in a variant of its own
     }
     return cost;
+}
+
+std::size_t costOf(const Value& value, int depth) {
+    checkDepth(depth);
+    return sizeof(Value) + value.visit([](const std::string& text) { return text.size(); },
+                                       [](const Data& data) { return data.bytes.size(); },
+                                       [depth](const Dictionary& members) { return costOf(members, depth + 1); },
+                                       [depth](const Array& elements) { return costOf(elements, depth + 1); },
+                                       [](const auto& /*scalar*/) { return std::size_t{0}; });
 }
 
 class Writer {
@@ -87,35 +87,36 @@ class Writer {
 
   private:
     void appendVariant(const Value& value) {
-        if (const auto* flag = value.as<bool>()) {
-            const int number = *flag ? 1 : 0;
-            appendVariant("b", &number);
-        } else if (const auto* number = value.as<std::int64_t>()) {
-            appendVariant("x", number);
-        } else if (const auto* number = value.as<std::uint64_t>()) {
-            appendVariant("t", number);
-        } else if (const auto* number = value.as<double>()) {
-            appendVariant("d", number);
-        } else if (const auto* date = value.as<Date>()) {
-            appendVariant("d", &date->seconds);
-        } else if (const auto* text = value.text()) {
-            open('v', "s");
-            appendText(*text);
-            close();
-        } else if (const auto* data = value.as<Data>()) {
-            open('v', "ay");
-            check(sd_bus_message_append_array(&message_, 'y', data->bytes.data(), data->bytes.size()),
-                  "sd_bus_message_append_array");
-            close();
-        } else if (const auto* dictionary = value.dictionary()) {
-            open('v', "a{sv}");
-            appendMembers(*dictionary);
-            close();
-        } else if (const auto* array = value.array()) {
-            open('v', "av");
-            appendElements(*array);
-            close();
-        }
+        value.visit([](std::nullptr_t) {},
+                    [this](bool flag) {
+                        const int number = flag ? 1 : 0;
+                        appendVariant("b", &number);
+                    },
+                    [this](std::int64_t number) { appendVariant("x", &number); },
+                    [this](std::uint64_t number) { appendVariant("t", &number); },
+                    [this](double number) { appendVariant("d", &number); },
+                    [this](const Date& date) { appendVariant("d", &date.seconds); },
+                    [this](const std::string& text) {
+                        open('v', "s");
+                        appendText(text);
+                        close();
+                    },
+                    [this](const Data& data) {
+                        open('v', "ay");
+                        check(sd_bus_message_append_array(&message_, 'y', data.bytes.data(), data.bytes.size()),
+                              "sd_bus_message_append_array");
+                        close();
+                    },
+                    [this](const Dictionary& members) {
+                        open('v', "a{sv}");
+                        appendMembers(members);
+                        close();
+                    },
+                    [this](const Array& elements) {
+                        open('v', "av");
+                        appendElements(elements);
+                        close();
+                    });
     }
 
     void appendElements(const Array& array) {
