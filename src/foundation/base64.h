@@ -8,7 +8,7 @@
 namespace platform::base64 {
 
 std::string encode(std::string_view bytes);
-/// Strict RFC 4648 with padding; nothing when the text is anything else.
+/// Nullopt unless the text is wholly base64, with its padding and without line breaks.
 std::optional<std::string> decode(std::string_view text);
 
 } // namespace platform::base64

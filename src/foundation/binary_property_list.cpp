@@ -12,10 +12,10 @@ namespace platform::property_list {
 
 namespace {
 
-// A file is a header, the objects, a table of the objects' offsets, and a trailer of six unused bytes, two byte sizes
-// (of an offset, of a reference) and three 64-bit numbers (objects, root object, offset of the table). All numbers are
-// big-endian. Containers refer to their members by number, so an object may be referred to many times, or by itself:
-// the builder's bounds end that.
+// A file is a header, the objects, a table of the objects' offsets, and a trailer: six unused bytes, the sizes in bytes
+// of an offset and of a reference, and three 64-bit numbers (how many objects, the root's number, the table's offset).
+// All numbers are big-endian. Containers refer to their members by number, so an object may be referred to many times
+// or contain itself; the builder's bounds end the walk then.
 constexpr std::string_view header = "bplist00";
 constexpr std::size_t trailerSize = 32;
 
@@ -78,7 +78,8 @@ class Reader {
     }
 
   private:
-    /// An object's kind and what follows its marker: `size` items, or the low half of the marker itself.
+    /// An object's first byte, taken apart, and where its content begins. The size counts items, or is what the byte's
+    /// low half says for kinds without items.
     struct Marker {
         unsigned kind = 0;
         std::uint64_t size = 0;
@@ -101,7 +102,7 @@ class Reader {
         return marker;
     }
 
-    /// A size that the marker has no room for follows as an integer object.
+    /// A size of 15 or more follows the marker as an integer object.
     std::optional<Marker> withLongSize(Marker marker) const {
         const auto byte = slice(marker.content, 1, 1);
         if (!byte || static_cast<unsigned char>(byte->front()) >> 4U != 1) {
@@ -115,7 +116,7 @@ class Reader {
         return Marker{marker.kind, bigEndian(*size), marker.content + 1 + width};
     }
 
-    /// `count` items of `width` bytes; nothing when they reach beyond the objects.
+    /// `count` items of `width` bytes each; nullopt when they reach beyond the objects.
     std::optional<std::string_view> slice(std::size_t offset, std::uint64_t count, std::size_t width) const {
         if (offset > bytes_.size() || count > (bytes_.size() - offset) / width) {
             return std::nullopt;
@@ -127,7 +128,7 @@ class Reader {
         return bigEndian(references.substr(index * referenceSize_, referenceSize_));
     }
 
-    /// The builder's bound on nesting is the bound on this recursion.
+    /// Recursive, as deep as the builder allows.
     bool object(std::uint64_t reference) {
         const auto found = marker(reference);
         if (!found) {
@@ -200,7 +201,7 @@ class Reader {
         return number(marker);
     }
 
-    /// Integers, reals and dates; the marker's size is the power of two of their width.
+    /// Integers, reals and dates, of two to the power of the marker's size bytes.
     std::optional<Value> number(const Marker& marker) const {
         const auto bytes = marker.size <= 4 ? slice(marker.content, 1, std::size_t{1} << marker.size) : std::nullopt;
         if (!bytes) {

@@ -9,7 +9,7 @@ namespace platform::diagnostics {
 
 namespace {
 
-/// In one call, so that what threads write at once is not mixed.
+/// One call for the whole text: the C library locks the channel for each.
 void write(std::FILE* channel, std::string_view text) noexcept {
     std::fwrite(text.data(), 1, text.size(), channel);
     std::fflush(channel);

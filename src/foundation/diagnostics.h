@@ -1,4 +1,5 @@
-// The operator's channels. Log files are the Logger's; these are for what happens outside every file.
+// Lines for the operator on standard error and standard output, about what belongs into no log file. Thread-safe;
+// nothing here fails or throws.
 #pragma once
 
 #include <exception>
@@ -6,17 +7,17 @@
 
 namespace platform::diagnostics {
 
-/// Writes one line to standard error, whole even when threads report at once. Control characters in the text,
-/// which may come from outside, are shown as "?". Never fails, never throws.
+/// Writes one line to standard error, which other threads' lines don't break up. Control characters in the text,
+/// which may come from outside, become "?".
 void report(std::string_view line) noexcept;
 /// The same for the line "WHERE: WHAT".
 void report(std::string_view where, std::string_view what) noexcept;
 
-/// Writes text to standard output as it is, at once. Never fails, never throws.
+/// Writes the text as it is to standard output and flushes it.
 void print(std::string_view text) noexcept;
 
-/// Runs `work`; an exception ends it there, as one reported line that begins with `where`. For the outermost frame
-/// of every background thread, queue operation and handler: the daemon lives on.
+/// Runs `work` and reports what it throws as one line that begins with `where`. The outermost frame of every background
+/// thread, queue operation and handler, so that an exception there does not end the daemon.
 template <typename Work>
 void contain(std::string_view where, Work&& work) noexcept {
     try {

@@ -1,4 +1,4 @@
-// Errors: objects that callers are handed, and what is thrown.
+// Errors that callers are handed, and errors that are thrown.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,8 @@ struct Error {
     bool operator==(const Error&) const = default;
 };
 
-/// A programming error that ends the current work: an index out of range, an absent object put into a container.
+/// Thrown where the current work can't go on: misuse, such as an index out of range or an absent object for a
+/// container, or a program that can't be started.
 class Exception : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;

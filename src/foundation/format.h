@@ -14,7 +14,7 @@
 
 namespace platform::text {
 
-/// One value for a placeholder of `format`. Absent values print "(null)".
+/// One value for a placeholder of `format`. Absent values print as "(null)".
 class FormatArgument {
   public:
     FormatArgument(const char* text) : text_(text) {}
@@ -46,9 +46,9 @@ class FormatArgument {
     std::uint64_t bits_ = 0;
 };
 
-/// `pattern` with its placeholders filled in order: %@ %d %ld %lu %llu %s take the argument's text (numbers print
-/// by their own type), %02x and %08x the argument's low bits in lower-case hexadecimal. A placeholder without
-/// an argument stays as it is.
+/// The pattern with its placeholders filled in order: %@ %d %ld %lu %llu %s by the argument's text (numbers print by
+/// their own type), %02x and %08x by the argument's low 32 bits in lower-case hexadecimal. A placeholder without an
+/// argument stays as it is.
 std::string format(std::string_view pattern, std::initializer_list<FormatArgument> arguments);
 
 template <typename... Arguments>

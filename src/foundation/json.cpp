@@ -13,12 +13,12 @@ namespace platform::json {
 namespace {
 
 Error syntaxError(std::string_view reason) {
-    // The parser quotes what it stumbled over, which may be anything of any length.
+    // The parser quotes what it could not read, which may be long and no valid UTF-8.
     constexpr std::size_t enough = 200;
     return {"NSCocoaErrorDomain", 3840, text::prefix(text::makeValidUtf8(reason.substr(0, 4 * enough)), enough)};
 }
 
-/// Takes nlohmann-json's events; an operation that returns false ends the parse.
+/// What nlohmann-json calls while it parses; false ends the parse.
 class Handler {
   public:
     bool null() { return take(builder_.add(nullptr)); }
@@ -29,7 +29,7 @@ class Handler {
 
     bool number_unsigned(std::uint64_t value) { return take(builder_.add(value)); }
 
-    /// Whole numbers beyond 64 bits come here, too.
+    /// Also whole numbers beyond 64 bits.
     bool number_float(double value, const std::string&) { return take(builder_.add(value)); }
 
     bool string(std::string& value) { return take(builder_.add(std::move(value))); }
@@ -47,7 +47,7 @@ class Handler {
     bool end_array() { return take(builder_.close()); }
 
     bool parse_error(std::size_t, const std::string&, const nlohmann::json::exception& error) {
-        // "[json.exception.parse_error.101] parse error at …": the bracket says nothing to a reader.
+        // "[json.exception.parse_error.101] parse error at …"
         const std::string_view reason = error.what();
         const auto bracket = reason.find("] ");
         error_ = syntaxError(bracket == std::string_view::npos ? reason : reason.substr(bracket + 2));

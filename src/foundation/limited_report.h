@@ -1,4 +1,4 @@
-// Reports of what an outsider can cause as often as he likes.
+// Rate-limited reports, for what an outsider can cause as often as he likes.
 #pragma once
 
 #include "foundation/diagnostics.h"
@@ -11,8 +11,8 @@
 
 namespace platform {
 
-/// Reports at most so many lines in ten seconds, counts the others and says with the next line how many there were.
-/// From any thread.
+/// Reports at most `linesPerWindow` lines in ten seconds. The next line after that says how many were dropped.
+/// Thread-safe.
 class LimitedReport {
   public:
     using Clock = std::chrono::steady_clock;

@@ -1,4 +1,4 @@
-// Numbers in texts. No locale matters. Thread-safe.
+// Numbers in texts, whatever the locale. Thread-safe.
 #pragma once
 
 #include <charconv>
@@ -9,15 +9,15 @@
 
 namespace platform::text {
 
-/// Leading white space skipped, then an optional sign and digits up to the first non-digit; 0 when there is none,
+/// Skips leading white space and reads an optional sign and digits up to the first non-digit; 0 when there is none,
 /// clamped to the range.
 std::int64_t integerValue(std::string_view text);
 std::int32_t intValue(std::string_view text);
-/// Leading white space skipped, then the longest decimal number with "." in any locale; 0 when there is none or it is
-/// beyond the range.
+/// Skips leading white space and reads the longest decimal number with "."; 0 when there is none or it is beyond the
+/// range.
 float floatValue(std::string_view text);
 
-/// The number that the text wholly consists of, as `from_chars` reads it with that base or format.
+/// The number that the whole text is, as std::from_chars reads it with that base or format; nullopt when it is none.
 template <typename Number, typename... Base>
 std::optional<Number> wholeNumber(std::string_view text, Base... base) {
     Number number{};

@@ -29,7 +29,7 @@ class FunctionOperation : public Operation {
 
 } // namespace
 
-/// Shared with the workers, which let go of it last.
+/// Shared with the workers, which may outlive the queue by a moment.
 struct OperationQueue::State {
     const std::size_t maxWorkers;
     mutable std::mutex mutex;
@@ -40,7 +40,7 @@ struct OperationQueue::State {
 
     explicit State(std::size_t maximum) : maxWorkers(std::max<std::size_t>(maximum, 1)) {}
 
-    /// The next operation to run; without one the calling worker counts as gone.
+    /// The next operation to run, or null, which ends the calling worker.
     OperationPtr next() {
         const std::lock_guard lock(mutex);
         if (waiting.empty()) {
@@ -66,7 +66,7 @@ struct OperationQueue::State {
     }
 
     void cancelAll() {
-        std::deque<OperationPtr> dropped; // destroyed without the lock
+        std::deque<OperationPtr> dropped; // destroyed after the lock has been released
         const std::lock_guard lock(mutex);
         dropped.swap(waiting);
         for (const auto& operation : dropped) {
@@ -98,7 +98,7 @@ void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {
         ++state_->workers;
     } catch (const std::system_error& error) {
         diagnostics::report(std::string("operation queue: no thread: ") + error.what());
-        // Without any worker it would wait for good and stand for work under way.
+        // Without any worker it would count as waiting for good.
         if (state_->workers == 0) {
             state_->waiting.pop_back();
         }

@@ -1,5 +1,5 @@
-// A concurrent operation queue: operations start in the order added, at most so many at once, on worker threads that
-// end when there is nothing left to run.
+// A concurrent operation queue: operations start in the order added, a limited number at once, on worker threads that
+// end when there is nothing left to run. Thread-safe.
 #pragma once
 
 #include <atomic>
@@ -9,11 +9,11 @@
 
 namespace platform {
 
-/// A unit of work. Cancelling is a request: `main` looks for it.
+/// A unit of work. Cancelling only sets a flag, which `main` may look at.
 class Operation {
   public:
     virtual ~Operation() = default;
-    /// Runs on a worker thread, once. An exception is reported and ends this operation only.
+    /// Called once, on a worker thread. An exception is reported and ends this operation only.
     virtual void main() = 0;
 
     void cancel() { cancelled_ = true; }
@@ -27,18 +27,19 @@ class Operation {
 class OperationQueue {
   public:
     explicit OperationQueue(std::size_t maxConcurrentOperationCount);
-    /// Cancels what waits and waits for what runs.
+    /// Drops the operations that wait, cancels those that run and blocks until they have ended.
     ~OperationQueue();
     OperationQueue(const OperationQueue&) = delete;
     OperationQueue& operator=(const OperationQueue&) = delete;
 
-    /// From any thread. The queue shares ownership of the operation until it has ended.
+    /// The queue shares ownership of the operation until it has ended. Without any thread to run it the operation is
+    /// dropped and reported.
     void addOperation(std::shared_ptr<Operation> operation);
-    /// The same for work that takes no notice of being cancelled once it runs.
+    /// The same for work that runs to its end once it has begun.
     void addOperation(std::function<void()> work);
     /// How many are waiting or running.
     std::size_t operationCount() const;
-    /// Cancels every operation; those that wait leave the queue unrun, those that run go on to their end.
+    /// Cancels every operation and drops those that wait; those that run go on until they return.
     void cancelAllOperations();
 
   private:

@@ -35,7 +35,7 @@ void SerialQueue::State::run() {
         tasks.pop_front();
         lock.unlock();
         diagnostics::contain(label, task);
-        task = nullptr; // what it holds is freed here, not under the lock
+        task = nullptr; // destroyed while the lock is released
         lock.lock();
         ++completed;
         finished.notify_all();

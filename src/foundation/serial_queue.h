@@ -1,4 +1,5 @@
 // A serial dispatch queue: tasks run one at a time, in the order submitted, on a thread of the queue's own.
+// Thread-safe.
 #pragma once
 
 #include <functional>
@@ -11,13 +12,13 @@ class SerialQueue {
   public:
     /// `label` names the queue in diagnostics.
     explicit SerialQueue(std::string label);
-    /// Runs what is queued to its end.
+    /// Blocks until every queued task has run.
     ~SerialQueue();
     SerialQueue(const SerialQueue&) = delete;
     SerialQueue& operator=(const SerialQueue&) = delete;
 
-    /// Queues a task and returns at once. From any thread. A task's exception is reported and ends that task only.
-    /// Raises std::system_error, with nothing queued, when the queue's thread cannot be started.
+    /// Queues a task and returns at once. A task's exception is reported and ends that task only. Throws
+    /// std::system_error, with nothing queued, when the queue's thread can't be started.
     void async(std::function<void()> task);
     /// Blocks until everything queued before the call has run. Not from a task of this queue.
     void drain();

@@ -18,7 +18,7 @@ struct Decoded {
     bool valid = false;
 };
 
-/// The character that `bytes` (not empty) begin with, or the longest beginning of one that was cut short.
+/// The character that `bytes` (not empty) begin with; when it is invalid, the bytes that stand for one U+FFFD.
 Decoded decode(std::string_view bytes) {
     const auto lead = static_cast<unsigned char>(bytes.front());
     if (lead < 0x80) {
@@ -28,7 +28,7 @@ Decoded decode(std::string_view bytes) {
         return {};
     }
     const std::size_t size = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
-    // The second byte's range shuts out overlong forms, surrogates and what lies beyond U+10FFFF.
+    // The second byte's range excludes overlong forms, surrogates and what lies beyond U+10FFFF.
     unsigned char low = lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
     unsigned char high = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
     char32_t scalar = lead & (0x7fU >> size);
@@ -55,7 +55,7 @@ std::pair<char32_t, std::size_t> decode(std::u16string_view units) {
     return {0x10000 + ((first - 0xd800) << 10) + (second - 0xdc00), 2};
 }
 
-/// How many bytes the text begins with that are ASCII, to the whole word.
+/// The length of the ASCII text at the front, in whole words of eight bytes.
 std::size_t asciiWords(std::string_view bytes) {
     std::size_t size = 0;
     for (std::uint64_t word = 0; bytes.size() - size >= sizeof word; size += sizeof word) {
@@ -77,7 +77,7 @@ void forEachCharacter(std::string_view text, Visit&& visit) {
     }
 }
 
-/// How many UTF-16 code units the character has that this byte begins; 0 inside a character.
+/// The UTF-16 length of the character that begins with this byte; 0 for a byte inside a character.
 constexpr std::size_t unitsOf(char byte) {
     const auto value = static_cast<unsigned char>(byte);
     return static_cast<std::size_t>((value & 0xc0) != 0x80) + static_cast<std::size_t>(value >= 0xf0);
@@ -224,7 +224,7 @@ void forEachComposedCharacter(std::string_view text, const std::function<void(st
     forEachCharacter(text, [&](const Decoded& character, std::string_view encoded) {
         const auto scalar = static_cast<utf8proc_int32_t>(character.scalar);
         const bool breaks = utf8proc_grapheme_break_stateful(previous, scalar, &state);
-        // A line feed is no mark of the carriage return before it.
+        // Unicode keeps a carriage return and its line feed together; here they are two characters.
         if (size > 0 && (breaks || scalar == '\n')) {
             visit(text.substr(0, size));
             text.remove_prefix(size);

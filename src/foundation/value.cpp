@@ -18,13 +18,13 @@ namespace {
 
 template <typename Integer>
 Integer clamped(double value) {
-    // The upper bound rounds up to a power of two as a double, so it is excluded.
     if (std::isnan(value)) {
         return 0;
     }
     if (value <= static_cast<double>(std::numeric_limits<Integer>::min())) {
         return std::numeric_limits<Integer>::min();
     }
+    // As a double, the largest integer of 64 bits is one too large.
     if (value >= static_cast<double>(std::numeric_limits<Integer>::max())) {
         return std::numeric_limits<Integer>::max();
     }
@@ -45,7 +45,7 @@ bool boolOfText(std::string_view text) {
            std::string_view("YyTt123456789").find(text[first]) != std::string_view::npos;
 }
 
-/// The shortest digits that read back as the same number, with an exponent where "%.17g" has one.
+/// The shortest digits that read back as the same number, with an exponent where "%.17g" would have one.
 std::string descriptionOfReal(double value) {
     std::array<char, 32> buffer{};
     const double magnitude = std::abs(value);
@@ -55,7 +55,7 @@ std::string descriptionOfReal(double value) {
     return {static_cast<const char*>(buffer.data()), end};
 }
 
-/// What is described may be a hostile file's: nested deep, every element would bring hundreds of blanks along.
+/// In bytes. A hostile file may nest deep, where each element would be described behind hundreds of blanks.
 constexpr std::size_t longestDescription = std::size_t{1} << 20;
 
 std::string descriptionOfData(std::string_view bytes) {
@@ -77,7 +77,7 @@ std::string padded(std::int64_t number, std::size_t width) {
 
 std::string descriptionOfDate(double seconds) {
     using namespace std::chrono;
-    // Ten thousand years each way: beyond, the calendar has no four-digit year to show.
+    // Ten thousand years each way, well within what the calendar's types hold.
     constexpr double bound = 3.2e11;
     const auto whole =
         static_cast<std::int64_t>(std::floor(std::clamp(std::isnan(seconds) ? 0.0 : seconds, -bound, bound)));

@@ -30,8 +30,8 @@ struct Date {
     bool operator==(const Date&) const = default;
 };
 
-/// A property-list or JSON value. Texts are UTF-8. An absent value is a std::optional<Value>, not a null: null is
-/// what JSON calls so, and no property list can hold it.
+/// A property-list or JSON value. Texts are UTF-8. An absent value is std::nullopt, not a null: null is JSON's, and no
+/// property list can hold it.
 class Value {
   public:
     Value() = default;
@@ -100,21 +100,21 @@ class Value {
 
     /// The member of that name when this is a dictionary that has it, else nullptr. Borrowed.
     const Value* member(std::string_view name) const;
-    /// That member's text; nothing when there is none.
+    /// That member's text; nullopt when there is no such member or it is no text.
     std::optional<std::string> textMember(std::string_view name) const;
 
-    /// Boolean reading: a number is true when non-zero; a text when, after blanks, a sign and zeros, it begins with
-    /// Y, y, T, t or a non-zero digit; everything else is false.
+    /// Read as a Boolean: a number is true unless it is 0; a text when, after white space, a sign and zeros, it begins
+    /// with Y, y, T, t or a non-zero digit; everything else is false.
     bool boolValue() const;
-    /// Whole-number reading, 64 bits: a number truncated and clamped to the range; a text as text::integerValue
+    /// Read as a whole number of 64 bits: a number truncated and clamped to the range; a text as text::integerValue
     /// reads it; everything else is 0.
     std::int64_t integerValue() const;
-    /// The same in 32 bits: a whole number gives its low 32 bits, a real or a text is clamped.
+    /// The same in 32 bits: of a whole number the low 32 bits; a real or a text is clamped.
     std::int32_t intValue() const;
 
-    /// What "%@" prints: a text as it is, a number as decimal text, nested containers as the platform's indented
-    /// `{\n    key = value;\n}` and `(\n    value\n)`, in which a text that is not purely ASCII letters, digits
-    /// and "_" stands in double quotes. Of a container or of data, what goes beyond some megabytes is left out.
+    /// What "%@" prints: a text as it is, a number in decimal, containers as the platform's indented
+    /// `{\n    key = value;\n}` and `(\n    value\n)`, in which a text that does not consist of ASCII letters, digits
+    /// and "_" stands in double quotes. Of a container or data, what goes beyond a few megabytes is left out.
     std::string description() const;
 
     bool operator==(const Value&) const = default;
@@ -129,7 +129,7 @@ class Value {
         content_;
 };
 
-/// `value`'s text when there is one, else nothing.
+/// The value's text; nullopt when it is absent or no text.
 std::optional<std::string> textOf(const std::optional<Value>& value);
 
 } // namespace platform

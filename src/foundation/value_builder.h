@@ -1,5 +1,5 @@
-// Puts a value together from the events of a parser, within bounds that hold for every outside format: a hostile
-// file costs bounded time and memory and leaves nothing that a recursive walk could not stand.
+// Puts a value together from what a parser finds, within bounds that hold for every outside format: a hostile file can
+// neither cost much time or memory, nor nest so deep that walking it recursively would exhaust the stack.
 #pragma once
 
 #include "foundation/limits.h"
@@ -12,27 +12,28 @@
 
 namespace platform {
 
-/// The most that a value read from outside may hold, and that the writers therefore write.
+/// What a value read from outside may hold; the writers write no more, so that what they wrote can be read.
 inline constexpr std::size_t depthLimit = 128;
 inline constexpr std::size_t nodeLimit = std::size_t{1} << 19;
-/// Texts and data together: a parser may recode what it reads, or meet the same bytes again and again.
+/// The bytes of all texts and data. A recoded text may be longer than its document, and a binary list may refer to the
+/// same text many times.
 inline constexpr std::size_t contentLimit = 2 * documentLimit;
 
-/// Every operation returns false when the event does not fit or exceeds a bound; the builder is of no use then.
+/// Every operation returns false when it does not fit in or exceeds a bound; then the document is to be given up.
 class ValueBuilder {
   public:
     bool openArray() { return open(Array{}); }
 
     bool openDictionary() { return open(Dictionary{}); }
 
-    /// Names the dictionary member that comes next. Of two members of one name the later stays.
+    /// Names the dictionary's next member. Of two members of one name the later one is kept.
     bool key(std::string name);
     /// A value that is no container.
     bool add(Value value);
     /// Ends the container opened last.
     bool close();
 
-    /// The value when it is whole, else nothing.
+    /// The value; nullopt as long as a container is open.
     std::optional<Value> take();
 
   private:

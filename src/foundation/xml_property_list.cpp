@@ -61,7 +61,7 @@ double nearestReal(std::string_view text) {
     return stream.fail() ? std::copysign(std::numeric_limits<double>::infinity(), number) : number;
 }
 
-/// A file of settings is not given up for a number that no real holds.
+/// A number beyond the range becomes the nearest real: a file of settings is not given up for it.
 std::optional<Value> readReal(std::string_view text) {
     text = withoutPlus(text);
     double number = 0;
@@ -146,7 +146,7 @@ class Reader {
         void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
     };
 
-    /// No exception may pass through the C library; and it may still report events after it was stopped.
+    /// Exceptions must not pass through the C library, which also may call handlers after it was stopped.
     template <typename Event>
     static void on(void* self, const Event& event) noexcept {
         auto& reader = *static_cast<Reader*>(self);
@@ -292,7 +292,7 @@ class Writer {
 
     static std::string dateText(Date date) {
         using std::chrono::year;
-        // The form has four digits for the year. The description has the same digits in the same places.
+        // The form has four digits for the year. The description differs from it only in the separators.
         constexpr double first = secondsAt(year{0} / 1 / 1);
         constexpr double last = secondsAt(year{10000} / 1 / 1) - 1;
         std::string text = Value(Date{std::clamp(date.seconds, first, last)}).description();
@@ -301,7 +301,7 @@ class Writer {
         return text + 'Z';
     }
 
-    /// Lines of 76 columns where a tab counts eight.
+    /// In lines of 76 columns, a tab counting eight.
     bool writeData(std::string_view bytes) {
         const std::size_t width = 76 - 8 * std::min<std::size_t>(depth_, 7);
         const std::string encoded = base64::encode(bytes);

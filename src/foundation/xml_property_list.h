@@ -1,4 +1,4 @@
-// The XML form of property lists.
+// The XML form of property lists; `property_list::parse` is what callers use.
 #pragma once
 
 #include "foundation/value.h"
@@ -8,7 +8,8 @@
 
 namespace platform::property_list {
 
-/// Entity declarations are refused; of what the document type names, nothing is fetched.
+/// Nullopt when the bytes are damaged or the value exceeds a bound of ValueBuilder. Documents that declare entities are
+/// refused, and the document type's file is not read.
 std::optional<Value> parseXml(std::string_view bytes);
 
 } // namespace platform::property_list

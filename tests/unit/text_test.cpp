@@ -14,45 +14,80 @@ using namespace havrel::NSStringHVL;
 using namespace platform;
 using namespace std::string_literals;
 
-const std::string face = "\xf0\x9f\x98\x80"; // one character, two UTF-16 units
+static const std::string face = "\xf0\x9f\x98\x80"; // one character, two UTF-16 units
 
 TEST(Text, RepairsEveryMalformedSequence) {
-    const std::pair<std::string, std::string> rows[] = {
-        {"eight by\u00e9te " + face + " nul\0"s, "eight by\u00e9te " + face + " nul\0"s},
-        {"a\x80z\xe2\x82z\xf0\x9f\x98", "a\uFFFDz\uFFFDz\uFFFD"},     // alone; cut short
-        {"\xc0\xaf \xed\xa0\x80", "\uFFFD\uFFFD \uFFFD\uFFFD\uFFFD"}, // overlong; a surrogate
-        {"\xf4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},             // beyond U+10FFFF
+    const struct {
+        const char* name;
+        std::string bytes;
+        std::string repaired;
+    } rows[] = {
+        {"valid", "eight by\u00e9te " + face + " nul\0"s, "eight by\u00e9te " + face + " nul\0"s},
+        {"alone, cut short", "a\x80z\xe2\x82z\xf0\x9f\x98", "a\uFFFDz\uFFFDz\uFFFD"},
+        {"overlong", "\xc0\xaf", "\uFFFD\uFFFD"},
+        {"surrogate", "\xed\xa0\x80", "\uFFFD\uFFFD\uFFFD"},
+        {"beyond U+10FFFF", "\xf4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},
     };
-    for (const auto& [bytes, repaired] : rows) {
-        EXPECT_EQ(text::makeValidUtf8(bytes), repaired);
-        EXPECT_EQ(text::decodeUtf8(bytes).has_value(), bytes == repaired) << repaired;
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(text::makeValidUtf8(row.bytes), row.repaired);
+        EXPECT_EQ(text::decodeUtf8(row.bytes).has_value(), row.bytes == row.repaired);
     }
+}
+
+TEST(Text, IsCountedAndCutInUtf16) {
     EXPECT_EQ(text::utf16("a\u00e9" + face), u"a\u00e9\U0001F600");
-    EXPECT_EQ(text::prefix("a" + face, 2) + text::suffix(face + "z", 2), "az"); // not through a pair
+    EXPECT_EQ(text::utf8(u"a\u00e9\U0001F600\uffff"), "a\u00e9" + face + "\uffff");
+    EXPECT_EQ(text::utf8(u"\xdc00z\xd800"), "\uFFFDz\uFFFD");
+    EXPECT_EQ(text::prefix("a" + face, 2), "a") << "through a pair";
+    EXPECT_EQ(text::suffix(face + "z", 2), "z") << "through a pair";
 }
 
 TEST(Value, ReadsAsBooleanAndAsWholeNumber) {
-    // clang-format off
-    const std::tuple<Value, bool, std::int64_t, std::int32_t> rows[] = {
-        {true, true, 1, 1}, {false, false, 0, 0}, {nullptr, false, 0, 0}, {4294967301, true, 4294967301, 5},
-        {UINT64_MAX, true, INT64_MAX, -1}, {-12.9, true, -12, -12}, {1e300, true, INT64_MAX, INT32_MAX},
-        {-1e300, true, INT64_MIN, INT32_MIN}, {std::nan(""), true, 0, 0}, {"yes", true, 0, 0}, {"True", true, 0, 0},
-        {" \v-007x", true, -7, -7}, {"000", false, 0, 0}, {"no", false, 0, 0}, {"", false, 0, 0}, {"+-3", false, 0, 0},
-        {"99999999999", true, 99999999999, INT32_MAX}, {std::string(30, '9'), true, INT64_MAX, INT32_MAX},
-        {"-1" + std::string(30, '0'), true, INT64_MIN, INT32_MIN}, {0.5, true, 0, 0}, {Array{1}, false, 0, 0}};
-    // clang-format on
-    for (const auto& [value, boolean, integer, low] : rows) {
-        EXPECT_EQ(value.boolValue(), boolean) << value.description();
-        EXPECT_EQ(std::pair(value.integerValue(), value.intValue()), std::pair(integer, low)) << value.description();
+    const struct {
+        Value value;
+        bool boolean;
+        std::int64_t integer;
+        std::int32_t low;
+    } rows[] = {{true, true, 1, 1},
+                {nullptr, false, 0, 0},
+                {4294967301, true, 4294967301, 5},
+                {UINT64_MAX, true, INT64_MAX, -1},
+                {0.5, true, 0, 0},
+                {-12.9, true, -12, -12},
+                {1e300, true, INT64_MAX, INT32_MAX},
+                {-1e300, true, INT64_MIN, INT32_MIN},
+                {std::nan(""), true, 0, 0},
+                {"yes", true, 0, 0},
+                {"True", true, 0, 0},
+                {"no", false, 0, 0},
+                {" \v-007x", true, -7, -7},
+                {"000", false, 0, 0},
+                {"+-3", false, 0, 0},
+                {"99999999999", true, 99999999999, INT32_MAX},
+                {"-1" + std::string(30, '0'), true, INT64_MIN, INT32_MIN},
+                {Array{1}, false, 0, 0}};
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value.description());
+        EXPECT_EQ(row.value.boolValue(), row.boolean);
+        EXPECT_EQ(row.value.integerValue(), row.integer);
+        EXPECT_EQ(row.value.intValue(), row.low);
     }
 }
 
 TEST(Value, IsDescribedAsThePlatformPrintsIt) {
     const Array list = {1, nullptr, Data{"\x01\xab\xff\x10\x02"}, "a b", "", "é\n", Dictionary{{"ann", "T"}}};
-    EXPECT_EQ(Value(Dictionary{{"list", list}, {"a.b", true}}).description(),
-              "{\n    \"a.b\" = 1;\n    list =     (\n        1,\n        \"<null>\",\n        <01abff10 02>,\n        "
-              "\"a b\",\n"
-              "        \"\",\n        \"\\U00e9\\n\",\n        {\n            ann = T;\n        }\n    );\n}");
+    EXPECT_EQ(
+        Value(Dictionary{{"list", list}, {"a.b", true}}).description(),
+        "{\n    \"a.b\" = 1;\n    list =     (\n        1,\n        \"<null>\",\n        <01abff10 02>,\n        "
+        "\"a b\",\n        \"\",\n        \"\\U00e9\\n\",\n        {\n            ann = T;\n        }\n    );\n}");
+    EXPECT_EQ(Value("as \"é\"").description(), "as \"é\"");
+    EXPECT_EQ(Value(Date{1e30}).description(), "12141-05-25 16:53:20 +0000");
+}
+
+TEST(Value, IsDescribedWithinBounds) {
     Value wide = Array(500'000, true);
     for (int i = 1; i < 127; ++i) { // each element stands behind hundreds of blanks
         Array outer(1);
@@ -60,21 +95,25 @@ TEST(Value, IsDescribedAsThePlatformPrintsIt) {
         wide = std::move(outer);
     }
     EXPECT_LT(wide.description().size(), std::size_t{2} << 20);
-    EXPECT_LT(Value(Data{std::string(std::size_t{12} << 20, 'x')}).description().size(), std::size_t{4} << 20);
     EXPECT_EQ(json::prettyPrinted(wide), std::nullopt);
-    EXPECT_EQ(Value("as \"é\"").description() + Value(Date{1e30}).description(), "as \"é\"12141-05-25 16:53:20 +0000");
+    EXPECT_LT(Value(Data{std::string(std::size_t{12} << 20, 'x')}).description().size(), std::size_t{4} << 20);
 }
 
-TEST(StringOperations, EncodeDecodeAndFilter) {
+TEST(StringOperations, EscapeUrls) {
     const std::string text = "aZ09-_.~!*'();:@&=+$,/?%#[] <>\"{}|\\^`\n\x7fé😀";
     const std::string escaped = "aZ09-_.~%21%2A%27%28%29%3B%3A%40%26%3D%2B%24%2C%2F%3F%25%23%5B%5D%20"
                                 "%3C%3E%22%7B%7D%7C%5C%5E%60%0A%7F%C3%A9%F0%9F%98%80";
     EXPECT_EQ(URLEncoding(text), escaped);
+    EXPECT_EQ(URLEncoding("100%25"), "100%25") << "decoded first";
     EXPECT_EQ(URLEncodingPath(text), text::replaceAll(escaped, "%2F", "/"));
-    EXPECT_EQ(URLEncoding("100%25"), "100%25"); // decoded first
     EXPECT_EQ(HVLConnectionUtil::urlEncodeUsingEncoding(StringEncoding::utf8, text + "%2F"),
               text::replaceAll(escaped, "%3A", ":") + "%252F");
-    EXPECT_EQ(decodeURLEncoding("%41%G1") + decodeURLEncoding("%41%C3"), "%41%G1%41%C3"); // malformed; no text
+    EXPECT_EQ(decodeURLEncoding("%41%C3%A9"), "Aé");
+    EXPECT_EQ(decodeURLEncoding("%41%G1"), "%41%G1") << "malformed";
+    EXPECT_EQ(decodeURLEncoding("%41%C3"), "%41%C3") << "no text";
+}
+
+TEST(StringOperations, FilterCharacters) {
     EXPECT_EQ(removeSpecialCharacters("00:1a-ée\u0301\u0663\u216b\u20ac\u4e2d_ \xf0\x9d\x92\x9c😀\xff"),
               "001aée\u0301\u0663\u216b\u4e2d\xf0\x9d\x92\x9c");
     EXPECT_EQ(removeDuplicateCharacters("\u0301aAbe\u0301e😀é\u0301e\u0301😀\r\n\r"), "\u0301aAbe\u0301e😀é\u0301\r\n");
