@@ -5,7 +5,6 @@
 #include "foundation/format.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
-#include "platform/files.h"
 #include "platform/processes.h"
 #include "platform/session.h"
 #include "prefs/HVLUserPrefManager.h"
@@ -41,19 +40,6 @@ void fileSystemCallback(const std::vector<platform::FileSystemEvent>& batch) {
     }
 }
 
-class BatchOperation : public platform::Operation {
-  public:
-    BatchOperation(HVLAutoUninstaller& receiver, std::vector<platform::FileSystemEvent> batch)
-        : receiver_(receiver)
-        , batch_(std::move(batch)) {}
-
-    void main() override { receiver_.handleFsData(batch_); }
-
-  private:
-    HVLAutoUninstaller& receiver_;
-    std::vector<platform::FileSystemEvent> batch_;
-};
-
 std::optional<std::string> userAtConsole() {
     auto user = platform::session::consoleUser();
     return user && (user->empty() || *user == "loginwindow") ? std::nullopt : user;
@@ -77,6 +63,7 @@ HVLAutoUninstaller::HVLAutoUninstaller() {
 HVLAutoUninstaller::~HVLAutoUninstaller() {
     waitingThread_ = {};
     endWatcher("dealloc called so Stoping startWatcherThread");
+    stoppedThreads_.clear();
     HVLAutoUninstaller* self = this;
     callbackReceiver.compare_exchange_strong(self, nullptr);
     self = this;
@@ -94,10 +81,7 @@ HVLAutoUninstaller& HVLAutoUninstaller::sharedController() {
 void HVLAutoUninstaller::launchWather() {
     HVLLogger::instance().logString("launchWather called ");
     if (const auto user = userAtConsole()) {
-        {
-            const std::lock_guard lock(mutex_);
-            consoleUser_ = *user;
-        }
+        consoleUser_.set(*user);
         setWatchList({"/Applications"});
         HVLLogger::instance().logString("startWatcher calling from launchWather");
         startWatcher();
@@ -123,13 +107,12 @@ void HVLAutoUninstaller::waitAndLaunch(const std::stop_token& stop) {
 
 void HVLAutoUninstaller::setWatchList(const std::vector<std::string>& paths) {
     std::set<std::string> watchList(paths.begin(), paths.end());
-    for (const std::string& entry : platform::files::list("/Users")) {
-        if (entry.front() != '.' && entry != "Shared") {
-            watchList.insert(platform::text::format("/Users/%@/.Trash", entry));
+    for (const std::string& user : platform::session::users()) {
+        if (!user.starts_with('.') && user != "Shared") {
+            watchList.insert(platform::text::format("/Users/%@/.Trash", user));
         }
     }
-    const std::lock_guard lock(mutex_);
-    watchList_ = std::move(watchList);
+    watchList_.set(std::move(watchList));
 }
 
 void HVLAutoUninstaller::startWatcher() {
@@ -140,14 +123,15 @@ void HVLAutoUninstaller::startWatcher() {
     }
     HVLLogger::instance().logString("startWatcher called so starting startWatcherThread");
     auto watcher = std::make_unique<WatcherThread>();
-    watcher->thread = std::thread([this, &loop = watcher->loop] {
-        platform::diagnostics::contain("watching for the trash", [&] { startWatching(loop); });
+    watcher->thread = std::thread([this, &started = *watcher] {
+        platform::diagnostics::contain("watching for the trash", [&] { startWatching(started.loop); });
+        started.isOver = true;
     });
     startWatcherThread_ = std::move(watcher);
 }
 
 void HVLAutoUninstaller::startWatching(platform::RunLoop& loop) {
-    const std::set<std::string> paths = watchList();
+    const std::set<std::string> paths = watchList_.get();
     const platform::FileSystemEventStream stream(loop, {paths.begin(), paths.end()}, 1000ms, fileSystemCallback);
     loop.run();
 }
@@ -155,16 +139,20 @@ void HVLAutoUninstaller::startWatching(platform::RunLoop& loop) {
 void HVLAutoUninstaller::stopWatcher() { endWatcher("stopWatcher called so Stoping startWatcherThread"); }
 
 void HVLAutoUninstaller::endWatcher(const std::string& logLine) {
-    std::unique_ptr<WatcherThread> stopped;
-    {
-        const std::lock_guard lock(mutex_);
-        stopped = std::move(startWatcherThread_);
-    }
-    if (stopped) {
+    const std::lock_guard lock(mutex_);
+    if (startWatcherThread_) {
         HVLLogger::instance().logString(logLine);
-        // The stream ends with its loop, on its own thread.
-        stopped->loop.stop();
-        stopped->thread.join();
+        // The stream ends with its loop, on its own thread. A file system that doesn't answer may hold that thread up
+        // for any time, so nobody waits for it here.
+        startWatcherThread_->loop.stop();
+        stoppedThreads_.push_back(std::move(startWatcherThread_));
+    }
+    std::erase_if(stoppedThreads_, [](const auto& stopped) { return stopped->isOver.load(); });
+}
+
+HVLAutoUninstaller::WatcherThread::~WatcherThread() {
+    if (thread.joinable()) {
+        thread.join();
     }
 }
 
@@ -174,8 +162,9 @@ void HVLAutoUninstaller::processData(std::size_t count, std::vector<std::string>
     for (std::size_t i = 0; i < std::min({count, eventPaths.size(), eventFlages.size()}); ++i) {
         batch.push_back({std::move(eventPaths[i]), eventFlages[i]});
     }
-    if (operationQueue_) {
-        operationQueue_->addOperation(std::make_shared<BatchOperation>(*this, std::move(batch)));
+    // Users rename in their Trash at any pace; what the rule makes nothing of is not queued.
+    if (operationQueue_ && !folderMoves(batch).empty()) {
+        operationQueue_->addOperation([this, moved = std::move(batch)] { handleFsData(moved); });
     }
 }
 
@@ -199,7 +188,7 @@ void HVLAutoUninstaller::viewerUninstallAction() {
 
 void HVLAutoUninstaller::CheckLogedInUserChanged() {
     const auto user = userAtConsole();
-    const std::string watchedFor = consoleUser();
+    const std::string watchedFor = consoleUser_.get();
     if (watchedFor.empty() || !user || *user == watchedFor || isUninstalCalled_) {
         return;
     }
@@ -239,16 +228,6 @@ void HVLAutoUninstaller::updateTimer() {
         endProcess(EXIT_SUCCESS);
     }
     --countDown_;
-}
-
-std::set<std::string> HVLAutoUninstaller::watchList() const {
-    const std::lock_guard lock(mutex_);
-    return watchList_;
-}
-
-std::string HVLAutoUninstaller::consoleUser() const {
-    const std::lock_guard lock(mutex_);
-    return consoleUser_;
 }
 
 } // namespace havrel

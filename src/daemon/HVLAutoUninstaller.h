@@ -2,6 +2,7 @@
 #pragma once
 
 #include "daemon/TrashRule.h"
+#include "foundation/guarded.h"
 #include "foundation/operation_queue.h"
 #include "platform/file_system_events.h"
 #include "platform/notifications.h"
@@ -24,7 +25,7 @@ class HVLAutoUninstaller {
     /// On the main thread, whose run loop carries its notifications and timers. The first object sets everything up; a
     /// later one only takes over as the shared instance and starts its own public-address timer.
     HVLAutoUninstaller();
-    /// Stops the watcher and waits for what it still handles.
+    /// Stops the watcher and waits for what it still handles. No daemon comes here: it ends with its process.
     ~HVLAutoUninstaller();
     HVLAutoUninstaller(const HVLAutoUninstaller&) = delete;
     HVLAutoUninstaller& operator=(const HVLAutoUninstaller&) = delete;
@@ -38,7 +39,7 @@ class HVLAutoUninstaller {
     void launchWather();
     /// Polls the console once a second until a user is there or a stop is requested, then starts the watcher.
     void waitAndLaunch(const std::stop_token& stop);
-    /// The paths, and the Trash of every folder in "/Users".
+    /// The paths, and every user's Trash.
     void setWatchList(const std::vector<std::string>& paths);
     void startWatcher();
     void stopWatcher();
@@ -74,17 +75,19 @@ class HVLAutoUninstaller {
     struct WatcherThread {
         platform::RunLoop loop;
         std::thread thread;
+        std::atomic<bool> isOver{false};
+
+        ~WatcherThread();
     };
 
-    std::set<std::string> watchList() const;
-    std::string consoleUser() const;
-    /// Ends the watcher thread, if there is one, with that line in the log.
+    /// Stops the watcher thread, if there is one, with that line in the log, and does not wait for it.
     void endWatcher(const std::string& logLine);
 
-    mutable std::mutex mutex_;
-    std::set<std::string> watchList_;
-    std::string consoleUser_;
+    platform::Guarded<std::set<std::string>> watchList_;
+    platform::Guarded<std::string> consoleUser_;
+    std::mutex mutex_;
     std::unique_ptr<WatcherThread> startWatcherThread_;
+    std::vector<std::unique_ptr<WatcherThread>> stoppedThreads_;
     std::jthread waitingThread_;
     std::atomic<bool> isUninstalCalled_{false};
     std::atomic<std::uint32_t> countDown_{0};

@@ -1,4 +1,4 @@
-// File-system event streams: which items were renamed below a set of folders, recursively, in batches.
+// File-system event streams: what was renamed in a set of folders.
 #pragma once
 
 #include "platform/run_loop.h"
@@ -25,21 +25,25 @@ struct FileSystemEvent {
     std::uint32_t flags = 0;
 };
 
-/// Watches folders and all below them from now on, for renames only: nothing asks for more. A rename gives two events
-/// that stand together, source before destination; a move into or out of the watched folders gives one. Folders that
-/// are missing are watched once they appear; links are not followed. When the system loses events, that is said on
-/// standard error and the tree is scanned again, every five seconds at the most: a folder found elsewhere than before
-/// is reported as renamed. Folders too many or too deep for a bounded watch count as outside; each of the folders given
-/// has its own share.
+/// Watches the direct entries of folders from now on, for renames only; nothing below those entries is looked at. A
+/// batch is one move: its source and its destination, or only one of the two when the other lies outside the folders.
+/// Moves of different items never share a batch, so that one user's renames can't be taken for halves of another's.
+///
+/// A folder that is missing, is replaced or is mounted later is found again; links are not followed, and a folder whose
+/// file system is served by another process or machine is not watched. When the system loses events, that is said on
+/// standard error (rate-limited) and what the folders hold is compared with what they held: what moved from one to
+/// another is told.
+///
+/// "/Users/NAME/.Trash", while there is no such folder, stands for the Trash that the user's desktop keeps.
 class FileSystemEventStream {
   public:
     using Callback = std::function<void(const std::vector<FileSystemEvent>& batch)>;
 
-    /// Calls back on the loop's thread with each batch, `latency` after its first event or when it is large. Made and
-    /// destroyed on that thread.
+    /// Calls back on the loop's thread, `latency` after the first event of a move, or earlier when very many wait. Made
+    /// and destroyed on that thread.
     FileSystemEventStream(RunLoop& loop, const std::vector<std::string>& paths, std::chrono::milliseconds latency,
                           Callback callback);
-    /// No call comes after.
+    /// Hands on what still waits; no call comes after.
     ~FileSystemEventStream();
     FileSystemEventStream(const FileSystemEventStream&) = delete;
     FileSystemEventStream& operator=(const FileSystemEventStream&) = delete;

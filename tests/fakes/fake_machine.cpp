@@ -30,6 +30,8 @@ std::uint32_t system_info::randomBelow(std::uint32_t bound) {
 
 std::optional<std::string> session::consoleUser() { return fakes::machine::consoleUser(); }
 
+std::set<std::string> session::users() { return fakes::machine::users(); }
+
 std::optional<std::string> session::homeFolder(const std::string& user) {
     return user == "ann" || user == "bob" ? std::optional("/Users/" + user) : std::nullopt;
 }

@@ -5,11 +5,14 @@
 #include "platform/device_registry.h"
 #include "platform/system_info.h"
 
+#include <set>
+
 namespace fakes::machine {
 
 inline Steered<platform::system_info::Version> version;
 inline Steered<std::string> bundlePath;
 inline Steered<std::optional<std::string>> consoleUser;
+inline Steered<std::set<std::string>> users;
 /// The status of the search for primary interfaces, and what it finds.
 inline Steered<platform::device_registry::Status> searchStatus;
 inline Steered<std::vector<platform::device_registry::EthernetInterface>> interfaces;
@@ -17,7 +20,7 @@ inline Steered<std::optional<std::string>> serialNumber;
 /// Takes the bound; unset, any number below it may come.
 inline Steered<std::function<std::uint32_t(std::uint32_t)>> randomBelow;
 
-/// Version 10.15.7, the daemon's own folder as bundle path, nobody at the console, neither interface nor serial number.
+/// Version 10.15.7, the daemon's own folder as bundle path, nobody at the console, no users, neither interface nor serial number.
 inline void reset() {
     version({10, 15, 7});
     bundlePath("/usr/libexec/havrel");
@@ -26,6 +29,7 @@ inline void reset() {
     interfaces({});
     serialNumber({});
     randomBelow({});
+    users({});
 }
 
 } // namespace fakes::machine

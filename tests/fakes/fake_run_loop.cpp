@@ -1,7 +1,4 @@
-#include "fakes/fake_run_loop.h"
-
 #include "fakes/fake_clock.h"
-#include "platform/file_system_events.h"
 #include "platform/run_loop.h"
 
 #include <atomic>
@@ -48,15 +45,5 @@ RepeatingTimer::RepeatingTimer(RunLoop& /*loop*/, std::chrono::milliseconds inte
           fakes::clock::alarms.end(), {fakes::clock::now() + interval, interval, std::move(callback)}))) {}
 
 RepeatingTimer::~RepeatingTimer() = default;
-
-struct FileSystemEventStream::State {};
-
-FileSystemEventStream::FileSystemEventStream(RunLoop& /*loop*/, const std::vector<std::string>& paths,
-                                             std::chrono::milliseconds /*latency*/,
-                                             Callback /*callback*/) { // NOLINT(performance-unnecessary-value-param)
-    fakes::run_loop::watched.add(paths);
-}
-
-FileSystemEventStream::~FileSystemEventStream() = default;
 
 } // namespace platform

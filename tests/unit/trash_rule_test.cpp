@@ -1,49 +1,77 @@
 #include "daemon/TrashRule.h"
-#include "foundation/text.h"
 
 #include <gtest/gtest.h>
 
+namespace {
+
 using namespace havrel;
 
-TEST(TrashRule, PairsTheRenamesOfOneBatch) {
-    constexpr std::uint32_t folder = platform::itemRenamed | platform::itemIsDir;
-    constexpr std::uint32_t file = platform::itemRenamed | platform::itemIsFile;
-    const std::string app = "/Applications/HavrelHost.app", other = "/Applications/Other.app";
-    const std::string trashed = "/Users/ann/.Trash/HavrelHost.app", moved = "/Users/ann/Host.app";
-    // clang-format off
-    const std::tuple<const char*, std::vector<platform::FileSystemEvent>, std::vector<FolderMove>> rows[] = {
-        {"nothing",                      {}, {}},
-        {"no destination",               {{app, folder}}, {}},
-        {"to a Trash",                   {{app, folder}, {trashed, folder}}, {{app, trashed}}},
-        {"to another folder",            {{app, folder}, {moved, folder}}, {{app, moved}}},
-        {"inside its folder: it stays",  {{app, folder}, {other, folder}, {trashed, folder}}, {{app, trashed}}},
-        {"a file is no destination",     {{app, folder}, {trashed, file}}, {}},
-        {"nor what is both",             {{app, folder}, {trashed, folder | file}}, {}},
-        {"nor what is neither",          {{app, folder}, {trashed, platform::itemRenamed}}, {}},
-        {"a source may be of any kind",  {{app, file}, {trashed, folder}}, {{app, trashed}}},
-        {"what is no rename is skipped", {{other, 0}, {app, folder}, {app, 0}, {trashed, folder}}, {{app, trashed}}},
-        {"the third is the next source",
-         {{app, folder}, {trashed, folder}, {other, folder}, {moved, folder}}, {{app, trashed}, {other, moved}}}};
-    // clang-format on
-    for (const auto& [what, batch, moves] : rows) {
-        EXPECT_EQ(folderMoves(batch), moves) << what;
+constexpr std::uint32_t folder = platform::itemRenamed | platform::itemIsDir;
+constexpr std::uint32_t file = platform::itemRenamed | platform::itemIsFile;
+const std::string app = "/Applications/HavrelHost.app";
+const std::string other = "/Applications/Other.app";
+const std::string trashed = "/Users/ann/.Trash/HavrelHost.app";
+const std::string moved = "/Users/ann/Host.app";
+
+struct Batch {
+    std::string name;
+    std::vector<platform::FileSystemEvent> events;
+    std::vector<FolderMove> moves;
+};
+
+class TrashRule : public testing::TestWithParam<Batch> {};
+
+TEST_P(TrashRule, PairsTheRenamesOfOneBatch) { EXPECT_EQ(folderMoves(GetParam().events), GetParam().moves); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Batches, TrashRule,
+    testing::Values(
+        Batch{"Empty", {}, {}}, //
+        Batch{"NoDestination", {{app, folder}}, {}},
+        Batch{"ToATrash", {{app, folder}, {trashed, folder}}, {{app, trashed}}},
+        Batch{"ToAnotherFolder", {{app, folder}, {moved, folder}}, {{app, moved}}},
+        Batch{"TheSourceStaysForTheNext", {{app, folder}, {other, folder}, {trashed, folder}}, {{app, trashed}}},
+        Batch{"AFileIsNoDestination", {{app, folder}, {trashed, file}}, {}},
+        Batch{"NorIsWhatIsBoth", {{app, folder}, {trashed, folder | file}}, {}},
+        Batch{"NorIsWhatIsNeither", {{app, folder}, {trashed, platform::itemRenamed}}, {}},
+        Batch{"ASourceMayBeOfAnyKind", {{app, file}, {trashed, folder}}, {{app, trashed}}},
+        Batch{"WhatIsNoRenameIsSkipped", {{other, 0}, {app, folder}, {app, 0}, {trashed, folder}}, {{app, trashed}}},
+        Batch{"TheThirdIsTheNextSource",
+              {{app, folder}, {trashed, folder}, {other, folder}, {moved, folder}},
+              {{app, trashed}, {other, moved}}}),
+    [](const auto& row) { return row.param.name; });
+
+struct Product {
+    std::string path;
+    TrashedProduct product;
+};
+
+TEST(TrashedProduct, IsKnownByItsExactPath) {
+    const std::string suite = "/Library/Application Support/HVLForMac/";
+    const Product rows[] = {
+        {"/Applications/HavrelSuite.app", TrashedProduct::host},
+        {"/Applications/HavrelSuite", TrashedProduct::host},
+        {"/Applications/HavrelHost", TrashedProduct::host},
+        {"/Applications/HavrelHost.app", TrashedProduct::host},
+        {suite + "HavrelUninstaller.app", TrashedProduct::host},
+        {suite + "Resources", TrashedProduct::host},
+        {suite + "Resources/File Transfer.app", TrashedProduct::host},
+        {suite + "Resources/Host File Transfer.app", TrashedProduct::host},
+        {suite + "Resources/HavrelDesktop.app", TrashedProduct::host},
+        {suite + "Resources/HavrelView.app", TrashedProduct::host},
+        {suite + "Resources/HVLNote.app", TrashedProduct::host},
+        {suite + "Resources/HVLVersionUpdate", TrashedProduct::host},
+        {"/Applications/HavrelViewer", TrashedProduct::viewer},
+        {"/Applications/HavrelViewer.app", TrashedProduct::viewer},
+        {"/Applications/havrelhost.app", TrashedProduct::none},
+        {"/Applications/HavrelHost.app/", TrashedProduct::none},
+        {"/Applications/HavrelHost.app.old", TrashedProduct::none},
+        {"/Applications/Havrel", TrashedProduct::none},
+    };
+    for (const Product& row : rows) {
+        EXPECT_EQ(trashedProduct({row.path, "/Users/ann/.Trash/x"}), row.product) << row.path;
+        EXPECT_EQ(trashedProduct({row.path, "/Users/ann/Desktop/x"}), TrashedProduct::none) << row.path;
     }
 }
 
-TEST(TrashRule, KnowsTheProductsByTheirExactPaths) {
-    // clang-format off
-    const std::tuple<TrashedProduct, std::string, std::string> rows[] = {
-        {TrashedProduct::host, "/Applications/", "HavrelSuite.app|HavrelSuite|HavrelHost|HavrelHost.app"},
-        {TrashedProduct::host, "/Library/Application Support/HVLForMac/", "HavrelUninstaller.app|Resources"},
-        {TrashedProduct::host, "/Library/Application Support/HVLForMac/Resources/",
-         "File Transfer.app|Host File Transfer.app|HavrelDesktop.app|HavrelView.app|HVLNote.app|HVLVersionUpdate"},
-        {TrashedProduct::viewer, "/Applications/", "HavrelViewer|HavrelViewer.app"},
-        {TrashedProduct::none, "/Applications/", "havrelhost.app|HavrelHost.app/|HavrelHost.app.old|Havrel|"}};
-    // clang-format on
-    for (const auto& [product, folder, names] : rows) {
-        for (const std::string& name : platform::text::split(names, "|")) {
-            EXPECT_EQ(trashedProduct({folder + name, "/Users/ann/.Trash/x"}), product) << name;
-            EXPECT_EQ(trashedProduct({folder + name, "/Users/ann/Desktop/x"}), TrashedProduct::none);
-        }
-    }
-}
+} // namespace

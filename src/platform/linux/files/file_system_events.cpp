@@ -1,90 +1,131 @@
 #include "platform/file_system_events.h"
 
-#include "platform/linux/files/watch_tree.h"
+#include "platform/linux/files/trash_folders.h"
+#include "platform/linux/files/watched_folders.h"
 #include "platform/linux/loop/event_loop.h"
 
 #include <algorithm>
+#include <fcntl.h>
 
 namespace platform {
 
 namespace {
 
-/// Whoever can make the system lose events can do so again and again, and a scan of all folders is dear.
-constexpr std::chrono::seconds recoveryPause{5};
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// Whoever may rename a folder on the way to a watched one can do so without pause.
+constexpr milliseconds lookPause{100};
+
+/// Whoever can make the system lose events can do so without pause, too. To compare takes a tenth of the time at most.
+constexpr int recoveryShare = 10;
+constexpr milliseconds leastRecoveryPause{20};
+
+/// In a storm of renames the older half is handed on before its time.
+constexpr std::size_t mostMoves = std::size_t{1} << 14;
 
 } // namespace
 
 struct FileSystemEventStream::State {
-    State(RunLoop& loop, const std::vector<std::string>& paths, std::chrono::milliseconds batchLatency,
-          Callback whenDue)
-        : source(loop)
-        , tree(paths)
+    State(RunLoop& runLoop, const std::vector<std::string>& paths, milliseconds batchLatency, Callback whenDue)
+        : source(runLoop)
+        , loop(eventLoop(runLoop))
+        , folders(withDesktopTrashes(paths))
         , latency(batchLatency)
-        , callback(std::move(whenDue))
-        , delivery(eventLoop(loop).timer(std::chrono::milliseconds(1), [this] { deliver(); }))
-        , recovery(eventLoop(loop).timer(std::chrono::milliseconds(1), [this] { recover(); }))
-        , events(eventLoop(loop).onReadable(tree.descriptor(), [this] { read(&WatchTree::readEvents); }))
-        , ancestors(
-              eventLoop(loop).onReadable(tree.ancestorDescriptor(), [this] { read(&WatchTree::readAncestors); })) {}
+        , callback(std::move(whenDue)) {
+        watchWays();
+    }
 
-    void read(void (WatchTree::*what)()) {
-        (tree.*what)();
-        if (tree.hasLostEvents() && !isRecoveryDue) {
+    void read() {
+        folders.readMoves();
+        if (folders.isAnyGone()) {
+            scheduleLook(false);
+        }
+        if (folders.hasLostEvents() && !isRecoveryDue) {
             isRecoveryDue = true;
             recovery.fireAt(std::max(nextRecovery, Clock::now()));
         }
-        if (tree.isFull()) {
-            deliver(); // before more is read
-        } else if (tree.hasChanges() && !isDeliveryDue) {
-            isDeliveryDue = true;
-            delivery.fireAfter(latency);
+        if (folders.queue().size() >= mostMoves) {
+            handOn(mostMoves / 2);
         }
+        scheduleDelivery();
+    }
+
+    void watchWays() {
+        onWays = loop.onReadable(folders.ways(), [this] { scheduleLook(false); });
+    }
+
+    /// Until it is done the ways are not listened to, so that no flood there costs more than the looks.
+    void scheduleLook(bool always) {
+        lookAlways = lookAlways || always;
+        onWays = {};
+        look.fireAt(std::max(nextLook, Clock::now()));
+    }
+
+    void lookForFolders() {
+        folders.find(std::exchange(lookAlways, false));
+        nextLook = Clock::now() + lookPause;
+        watchWays();
     }
 
     void recover() {
+        const auto begin = Clock::now();
+        folders.recover();
+        const auto end = Clock::now();
         isRecoveryDue = false;
-        nextRecovery = Clock::now() + recoveryPause;
-        read(&WatchTree::recover);
+        nextRecovery = end + std::max<Clock::duration>(leastRecoveryPause, recoveryShare * (end - begin));
+        scheduleDelivery();
     }
 
-    /// Waits once for the second half of a rename: there may always be another rename.
-    void deliver() {
-        if (!tree.isFull() && !isPostponed && tree.isHalfwayThroughARename()) {
-            isPostponed = true;
-            delivery.fireAfter(WatchTree::renameGrace);
-            return;
-        }
-        isPostponed = false;
-        isDeliveryDue = false;
-        if (const auto batch = tree.takeEvents(); !batch.empty()) {
-            callback(batch);
-        }
-        if (tree.hasChanges()) {
+    void scheduleDelivery() {
+        if (!folders.queue().empty() && !isDeliveryDue) {
             isDeliveryDue = true;
-            delivery.fireAfter(WatchTree::renameGrace);
+            delivery.fireAt(folders.queue().oldest() + latency);
         }
     }
 
-    using Clock = std::chrono::steady_clock;
+    void deliver() {
+        isDeliveryDue = false;
+        const auto due = Clock::now() - latency;
+        while (!folders.queue().empty() && folders.queue().oldest() <= due) {
+            handOn(1);
+        }
+        scheduleDelivery();
+    }
+
+    void handOn(std::size_t moves) {
+        for (; moves > 0 && !folders.queue().empty(); --moves) {
+            callback(folders.take());
+        }
+    }
 
     RunLoop::Source source;
-    WatchTree tree;
-    std::chrono::milliseconds latency;
-    Callback callback;
+    EventLoop& loop;
+    WatchedFolders folders;
+    const milliseconds latency;
+    const Callback callback;
+    Clock::time_point nextLook;
     Clock::time_point nextRecovery;
+    bool lookAlways = false;
     bool isDeliveryDue = false;
-    bool isPostponed = false;
     bool isRecoveryDue = false;
-    EventSource delivery;
-    EventSource recovery;
-    EventSource events;
-    EventSource ancestors;
+    /// The mount table: a file system that comes or goes may bring, cover or take a folder.
+    Descriptor mounts{::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)};
+    EventSource delivery = loop.timer(milliseconds(1), [this] { deliver(); });
+    EventSource recovery = loop.timer(milliseconds(1), [this] { recover(); });
+    EventSource look = loop.timer(milliseconds(1), [this] { lookForFolders(); });
+    EventSource onMoves = loop.onReadable(folders.moves(), [this] { read(); });
+    EventSource onMounts = loop.onPriority(mounts.get(), [this] { scheduleLook(true); });
+    EventSource onWays;
 };
 
-FileSystemEventStream::FileSystemEventStream(RunLoop& loop, const std::vector<std::string>& paths,
-                                             std::chrono::milliseconds latency, Callback callback)
+FileSystemEventStream::FileSystemEventStream(RunLoop& loop, const std::vector<std::string>& paths, milliseconds latency,
+                                             Callback callback)
     : state_(std::make_unique<State>(loop, paths, latency, std::move(callback))) {}
 
-FileSystemEventStream::~FileSystemEventStream() = default;
+FileSystemEventStream::~FileSystemEventStream() {
+    state_->folders.readMoves();
+    state_->handOn(mostMoves);
+}
 
 } // namespace platform

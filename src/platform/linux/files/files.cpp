@@ -372,9 +372,19 @@ void walkVisible(const std::string& path, const std::function<void(std::uint64_t
 
 namespace platform {
 
-Descriptor openFolder(const std::string& path) {
-    const auto place = files::locate(path);
-    return place ? files::openAt(place->folder.get(), place->name, O_RDONLY | O_DIRECTORY) : Descriptor();
+Descriptor reachFolder(const std::string& path, const std::function<bool(const Descriptor&)>& mayEnter) {
+    const auto names = files::namesOn(path);
+    if (!names) {
+        return {};
+    }
+    Descriptor folder = files::openRoot();
+    for (const std::string& name : *names) {
+        if (!folder || !mayEnter(folder)) {
+            return {};
+        }
+        folder = files::enter(folder, name);
+    }
+    return folder && mayEnter(folder) ? std::move(folder) : Descriptor();
 }
 
 } // namespace platform

@@ -69,9 +69,17 @@ void EventLoop::dispatch() {
 }
 
 EventSource EventLoop::onReadable(int descriptor, Callback callback) {
+    return onDescriptorEvents(descriptor, EPOLLIN, std::move(callback));
+}
+
+EventSource EventLoop::onPriority(int descriptor, Callback callback) {
+    return onDescriptorEvents(descriptor, EPOLLPRI, std::move(callback));
+}
+
+EventSource EventLoop::onDescriptorEvents(int descriptor, std::uint32_t events, Callback callback) {
     auto owned = std::make_unique<Callback>(std::move(callback));
     sd_event_source* source = nullptr;
-    check(sd_event_add_io(event_.get(), &source, descriptor, EPOLLIN, onDescriptor, owned.get()), "sd_event_add_io");
+    check(sd_event_add_io(event_.get(), &source, descriptor, events, onDescriptor, owned.get()), "sd_event_add_io");
     return owning(source, std::move(owned));
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <sys/types.h>
@@ -47,6 +48,8 @@ class EventLoop {
 
     /// Calls back while there is something to read. Must be destroyed before the descriptor is closed.
     [[nodiscard]] EventSource onReadable(int descriptor, Callback callback);
+    /// Calls back when the descriptor has something out of the ordinary to say (EPOLLPRI), such as a new mount table.
+    [[nodiscard]] EventSource onPriority(int descriptor, Callback callback);
     /// Goes before other sources that are ready. The signal must be blocked in every thread.
     [[nodiscard]] EventSource onSignal(int signal, Callback callback);
     /// Calls back after every callback of another source.
@@ -58,6 +61,8 @@ class EventLoop {
     sd_event* get() const { return event_.get(); }
 
   private:
+    EventSource onDescriptorEvents(int descriptor, std::uint32_t events, Callback callback);
+
     struct Release {
         void operator()(sd_event* event) const { sd_event_unref(event); }
     };

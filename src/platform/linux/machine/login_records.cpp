@@ -19,6 +19,8 @@ using OwnedText = std::unique_ptr<char, Free>;
 /// Asks the user database and the login manager's library.
 class MachineRecords : public LoginRecords {
   public:
+    std::vector<User> users() const override { return user_database::all(); }
+
     std::optional<User> findUser(const std::string& name) const override { return user_database::find(name); }
 
     std::optional<User> findUser(uid_t id) const override { return user_database::find(id); }

@@ -21,6 +21,7 @@ class LoginRecords {
   public:
     virtual ~LoginRecords() = default;
 
+    virtual std::vector<User> users() const = 0;
     virtual std::optional<User> findUser(const std::string& name) const = 0;
     virtual std::optional<User> findUser(uid_t id) const = 0;
     virtual std::optional<ConsoleSession> consoleSession() const = 0;

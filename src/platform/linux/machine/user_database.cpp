@@ -1,12 +1,15 @@
 #include "platform/linux/machine/user_database.h"
 
 #include <cerrno>
+#include <mutex>
 #include <pwd.h>
 #include <vector>
 
 namespace platform::user_database {
 
 namespace {
+
+User userOf(const passwd& entry) { return {entry.pw_name, entry.pw_uid, entry.pw_gid, entry.pw_dir, entry.pw_shell}; }
 
 /// `lookUp` is getpwnam_r or getpwuid_r, with everything bound but the buffer.
 template <typename LookUp>
@@ -22,10 +25,22 @@ std::optional<User> found(LookUp lookUp) {
     if (error != 0 || result == nullptr) {
         return std::nullopt;
     }
-    return User{entry.pw_name, entry.pw_uid, entry.pw_gid, entry.pw_dir};
+    return userOf(entry);
 }
 
 } // namespace
+
+std::vector<User> all() {
+    static std::mutex listing; // the library has one position in the list for all threads
+    const std::lock_guard lock(listing);
+    std::vector<User> users;
+    ::setpwent();
+    while (const auto user = found([](auto... buffer) { return ::getpwent_r(buffer...); })) {
+        users.push_back(*user);
+    }
+    ::endpwent();
+    return users;
+}
 
 std::optional<User> find(const std::string& name) {
     return found([&](auto... buffer) { return ::getpwnam_r(name.c_str(), buffer...); });

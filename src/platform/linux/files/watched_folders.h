@@ -1,0 +1,105 @@
+// inotify on a few folders, found again wherever they come from, and their direct entries' renames as whole moves.
+#pragma once
+
+#include "foundation/limited_report.h"
+#include "platform/file_system_events.h"
+#include "platform/linux/files/descriptor.h"
+#include "platform/linux/files/listing.h"
+#include "platform/linux/files/mounts.h"
+#include "platform/linux/files/move_queue.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+struct inotify_event;
+
+namespace platform {
+
+/// A folder to watch, and the path under which its entries are told.
+struct WatchedFolder {
+    std::string path;
+    std::string place;
+    /// Watched only as long as the folder with that number is missing.
+    std::optional<std::size_t> standsInFor = {};
+};
+
+/// For one thread. It owns its descriptors and watches.
+class WatchedFolders {
+  public:
+    /// Absolute paths, HAVREL_ROOT not included. Throws Exception when the system grants no more inotify instances.
+    explicit WatchedFolders(const std::vector<WatchedFolder>& folders);
+
+    /// Readable when there is something for `readMoves` to do.
+    int moves() const { return moves_.get(); }
+
+    /// Readable when a folder on the way to a watched one changed: `find` is due.
+    int ways() const { return ways_.get(); }
+
+    /// Reads a bounded number of events; the descriptor stays readable while there are more.
+    void readMoves();
+    /// Looks for the watched folders where they should be, unless nothing on the ways to them concerns them.
+    void find(bool always);
+
+    /// Whether a watched folder is gone, so that `find` is due.
+    bool isAnyGone() const { return isAnyGone_; }
+
+    /// Whether the system dropped events that `recover` makes up for.
+    bool hasLostEvents() const { return hasLostEvents_; }
+
+    /// Compares what is in the folders now with what was there.
+    void recover();
+
+    MoveQueue& queue() { return queue_; }
+
+    /// The oldest move of the queue, as the events of one batch.
+    std::vector<FileSystemEvent> take();
+
+  private:
+    struct Folder : WatchedFolder {
+        int watch = -1;
+        /// The folder itself, to tell it from another one that took its place.
+        std::optional<Item> self = {};
+    };
+
+    void findFolder(std::size_t index);
+    bool isWanted(const Folder& folder) const;
+    bool watchWays();
+    void release(std::size_t index);
+    void handle(const inotify_event& event);
+    void handleRename(const inotify_event& event, const Place& place);
+    void lookAtTouched();
+    void list(std::size_t index, const Descriptor& folder);
+    std::string pathOf(const Place& place) const;
+
+    Descriptor moves_;
+    Descriptor ways_;
+    Mounts mounts_;
+    std::vector<Folder> folders_;
+    std::map<int, std::size_t> watches_;
+    std::set<int> wayWatches_;
+    /// Names that lead to a missing folder, once they come into being.
+    std::set<std::string, std::less<>> awaitedNames_;
+
+    MoveQueue queue_;
+    Listing listing_;
+    /// Places named by the events just read; what stands there is asked once for all of them.
+    std::set<Place> touched_;
+
+    /// Sources of the moves that a recovery has told of, and how much of what was queued by then is still to be read:
+    /// the same moves may be named there once more.
+    std::set<Place> told_;
+    std::set<std::uint32_t> toldCookies_;
+    std::int64_t unreadBytes_ = 0;
+
+    bool isAnyGone_ = false;
+    bool hasLostEvents_ = false;
+    LimitedReport reportLoss_{1};
+    LimitedReport reportLimit_{1};
+};
+
+} // namespace platform
