@@ -20,7 +20,8 @@ inline Steered<std::optional<std::string>> serialNumber;
 /// Takes the bound; unset, any number below it may come.
 inline Steered<std::function<std::uint32_t(std::uint32_t)>> randomBelow;
 
-/// Version 10.15.7, the daemon's own folder as bundle path, nobody at the console, no users, neither interface nor serial number.
+/// Version 10.15.7, the daemon's own folder as bundle path, nobody at the console, no users, neither interface nor
+/// serial number.
 inline void reset() {
     version({10, 15, 7});
     bundlePath("/usr/libexec/havrel");
