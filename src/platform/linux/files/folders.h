@@ -9,7 +9,8 @@
 namespace platform {
 
 /// Opens a folder at an absolute path below HAVREL_ROOT for its place alone (O_PATH); empty when it is no folder
-/// or a link is on the way, or when `mayEnter` refuses it or a folder above it. Nothing is asked of a folder before that.
+/// or a link is on the way, or when `mayEnter` refuses it or a folder above it. Nothing is asked of a folder before
+/// that.
 Descriptor reachFolder(const std::string& path, const std::function<bool(const Descriptor&)>& mayEnter);
 
 } // namespace platform
