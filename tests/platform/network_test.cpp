@@ -6,8 +6,14 @@
 
 #include <arpa/inet.h>
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <net/if.h>
 #include <netdb.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 
 using namespace platform;
 using namespace std::chrono_literals;
@@ -134,7 +140,6 @@ TEST_F(Network, FaultsHaveTheirCodes) {
         {"none", base, 0},
         {"an empty URL", "", -1000},
         {"no URL", "https://a b/", -1000},
-        {"a zero byte in the URL", base + std::string("/\0x", 3), -1000},
         {"plain HTTP", "http://" + service.host(), -1002},
         {"a file", "file:///x", -1002},
         {"redirected to plain HTTP", base + "/plain", -1002},
@@ -192,15 +197,40 @@ TEST_F(Network, RequestsAreSentAsDescribed) {
     EXPECT_EQ(service.connections(), std::size(cases));
 }
 
+TEST_F(Network, WhatAUrlCannotHoldIsEscaped) {
+    struct {
+        const char* name;
+        std::string target;
+        std::string sent;
+    } const cases[] = {
+        {"blanks", "/a?id=A B", "/a?id=A%20B"},
+        {"control characters", std::string("/\0\n\x7f", 4), "/%00%0A%7F"},
+        {"beyond ASCII", "/é", "/%C3%A9"},
+        {"nothing else", "/a%20%zz?b=\"<>[]{}|\\^`~!*'();:@&=+$,", "/a%20%zz?b=\"<>[]{}|\\^`~!*'();:@&=+$,"},
+    };
+
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(send({.url = base + row.target}), 0);
+        ASSERT_FALSE(service.requests().empty());
+        EXPECT_EQ(service.requests().back().target, row.sent);
+    }
+}
+
 TEST_F(Network, HeadersStayOnTheirLine) {
     EXPECT_EQ(send({.url = base, .headers = {{"User-Agent", "1\r\nX-Evil: 1"}}}), 0);
     EXPECT_EQ(service.requests().back().header("User-Agent"), "1  X-Evil: 1");
 }
 
 TEST_F(Network, RedirectsTakeTheBodyAlong) {
-    service.answer("/old", redirectTo(base + "/new", 301));
+    const std::string port = std::to_string(service.port());
+    service.answer("/old", redirectTo("HTTPS://LocalHost:" + port + "/new", 301));
     service.answer("/new", {.body = std::string(network::answerLimit, 'x')});
-    EXPECT_EQ(send({.url = base + "/old", .method = "POST", .headers = {{"Content-length", "3"}}, .body = "a=b"}), 0);
+    EXPECT_EQ(send({.url = "https://localhost:" + port + "/old",
+                    .method = "POST",
+                    .headers = {{"Content-length", "3"}},
+                    .body = "a=b"}),
+              0);
     EXPECT_EQ(answer.value_or("").size(), network::answerLimit);
     EXPECT_EQ(service.requests().back().method, "POST");
     EXPECT_EQ(service.requests().back().body, "a=b");
@@ -259,6 +289,30 @@ TEST_F(Network, RequestsTakeTheProxy) {
 TEST(NetworkAddresses, HoldTheLoopback) {
     EXPECT_THAT(network::interfaceAddresses().value(),
                 testing::Contains(testing::FieldsAre(network::loopbackInterface(), true, "127.0.0.1")));
+}
+
+/// Adds 127.9.9.9 with the label "lo:1" in a network of this process's own; tells which interfaces hold 127.9.9.9.
+[[noreturn]] void listLabelledAddress() {
+    ifreq request{};
+    std::strcpy(request.ifr_name, "lo:1");
+    const sockaddr_in address{AF_INET, 0, {inet_addr("127.9.9.9")}, {}};
+    std::memcpy(&request.ifr_addr, &address, sizeof address);
+    const bool isOwn = unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0;
+    const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!isOwn || ioctl(socket.get(), SIOCSIFADDR, &request) != 0) {
+        std::perror("no network of its own");
+    }
+    const auto addresses = network::interfaceAddresses().value();
+    for (const auto& entry : addresses) {
+        if (entry.ipv4 == "127.9.9.9") {
+            std::cerr << "held by " << entry.interfaceName << ";\n";
+        }
+    }
+    std::exit(0);
+}
+
+TEST(NetworkAddresses, WithALabelBelongToTheirInterface) {
+    EXPECT_EXIT(listLabelledAddress(), testing::ExitedWithCode(0), "^held by lo;\n$");
 }
 
 TEST(NetworkAddresses, EndAtTheirEnd) { EXPECT_FALSE(network::isIPv4Address(std::string("10.0.0.1\0", 9))); }

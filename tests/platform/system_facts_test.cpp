@@ -17,6 +17,8 @@ struct Card {
     std::string address;
     /// What its folder holds that tells its kind.
     std::string mark;
+    std::string bus = "pci";
+    std::string removable = "fixed";
 };
 
 /// A machine made up of files.
@@ -27,13 +29,20 @@ class SystemFacts : public support::RootTest {
         root.write(folder + "type", "1\n");
         root.write(folder + "address", card.address + "\n");
         root.write(folder + card.mark, "");
+        if (card.mark.starts_with("device")) {
+            root.write(folder + "device/removable", card.removable + "\n");
+            std::filesystem::remove(root.at(folder + "device/subsystem"));
+            std::filesystem::create_directory_symlink("../../../bus/" + card.bus, root.at(folder + "device/subsystem"));
+        }
     }
 };
 
 TEST_F(SystemFacts, TheBestCardIsThePrimaryInterface) {
-    const Card first{"eth0", "00:1B:2C:3D:4E:5F", "device"};
-    const Card second{"eth1", "00:1b:2c:3d:4e:60", "device"};
-    const Card local{"abc0", "52:54:00:00:00:01", "device"};
+    const Card first{"eth0", "00:1B:2C:3D:4E:5F", "device/class"};
+    const Card second{"eth1", "00:1b:2c:3d:4e:60", "device/class"};
+    const Card usb{"ddd0", "00:1b:2c:3d:4e:62", "device/class", "usb"};
+    const Card dock{"ccc0", "00:1b:2c:3d:4e:63", "device/class", "pci", "removable"};
+    const Card local{"abc0", "52:54:00:00:00:01", "device/class"};
     const Card wireless{"aaa0", "00:1b:2c:3d:4e:61", "phy80211"};
     const Card bridge{"br0", "00:1b:2c:3d:4e:61", "bridge"};
     const Card container{"veth", "02:42:ac:11:00:02", "duplex"};
@@ -52,6 +61,11 @@ TEST_F(SystemFacts, TheBestCardIsThePrimaryInterface) {
         {"a local address alone", {local, wireless}, "", "abc0"},
         {"a local address beside a maker's", {local, first}, "abc0", "eth0"},
         {"a bridge, the way out", {first, bridge}, "br0", "eth0"},
+        {"USB alone", {usb, wireless}, "aaa0", "ddd0"},
+        {"USB, the way out", {first, usb}, "ddd0", "eth0"},
+        {"USB beside a local address", {local, usb}, "ddd0", "abc0"},
+        {"USB beside a container's", {usb, container}, "veth", "ddd0"},
+        {"a dock, the way out", {first, dock}, "ccc0", "eth0"},
         {"a container's", {container}, "veth", "veth"},
         {"a container's, not the way out", {container}, "", ""},
     };
@@ -88,8 +102,8 @@ TEST_F(SystemFacts, TheBestDefaultRouteTellsEqualCardsApart) {
         {"another route of IPv6", "", "fe80" + zeros.substr(4) + way6, "a"},
     };
 
-    install({"a", "00:1b:2c:3d:4e:5f", "device"});
-    install({"b", "00:1b:2c:3d:4e:60", "device"});
+    install({"a", "00:1b:2c:3d:4e:5f", "device/class"});
+    install({"b", "00:1b:2c:3d:4e:60", "device/class"});
     for (const auto& row : cases) {
         root.write("/proc/net/route", row.routes);
         root.write("/proc/net/ipv6_route", row.routes6);
@@ -111,7 +125,7 @@ TEST_F(SystemFacts, TheRegistryGivesThePrimaryInterfacesAddress) {
 
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
-        install({"eth0", row.text, "device"});
+        install({"eth0", row.text, "device/class"});
         std::vector<device_registry::EthernetInterface> interfaces;
         EXPECT_EQ(device_registry::findPrimaryInterfaces(interfaces), device_registry::success);
         ASSERT_EQ(interfaces.size(), 1U);
@@ -119,20 +133,77 @@ TEST_F(SystemFacts, TheRegistryGivesThePrimaryInterfacesAddress) {
     }
 }
 
-TEST_F(SystemFacts, TheSerialNumberIsTheFirstUsableOne) {
+TEST_F(SystemFacts, PlaceholdersAreNoSerialNumbers) {
     root.write("/sys/class/dmi/id/board_serial", "None");
     root.write("/sys/firmware/devicetree/base/serial-number", std::string("1000000abc\0", 11));
-    for (const std::string unusable : {"", "0", "To Be Filled By O.E.M.\n", "000-000\n"}) {
-        root.write("/sys/class/dmi/id/product_serial", unusable);
-        EXPECT_EQ(device_registry::serialNumber(), "1000000abc") << unusable;
+    for (const std::string placeholder : {"",
+                                          "0",
+                                          "000-000",
+                                          "XX:XX",
+                                          "\xff\xff\xff\xff",
+                                          "To Be Filled By O.E.M.",
+                                          "to be filled by O.E.M",
+                                          "O.E.M.",
+                                          "Default string",
+                                          "Default",
+                                          "Standard",
+                                          "INVALID",
+                                          "Null",
+                                          "(none)",
+                                          "<NONE>",
+                                          "Undefined",
+                                          "EVAL",
+                                          "TBD",
+                                          "Not Applicable",
+                                          "NotApplicable",
+                                          "System Serial Number",
+                                          "SerialNumber",
+                                          "123456",
+                                          "12345678",
+                                          "0123456789ABCDEF",
+                                          "MB-1234567890",
+                                          "BSS-0123456789",
+                                          "00020003-0004-0005-0006-000700080009",
+                                          "03000200-0400-0500-0006-000700080009",
+                                          "FEFEFEFE-FEFE-FEFE-FEFE-FEFEFEFEFEFE",
+                                          "12345678-1234-5678-90ab-cddeefaabbcc"}) {
+        root.write("/sys/class/dmi/id/product_serial", placeholder + "\n");
+        EXPECT_EQ(device_registry::serialNumber(), "1000000abc") << placeholder;
     }
-    root.write("/sys/class/dmi/id/product_serial", " C02X \n");
-    EXPECT_EQ(device_registry::serialNumber(), "C02X");
 }
 
-TEST_F(SystemFacts, ModelAndNameComeFromTheRoot) {
+TEST_F(SystemFacts, FactsHoldNothingThatCannotBeStored) {
+    struct {
+        const char* name;
+        std::string content;
+        std::string fact;
+    } const cases[] = {
+        {"blanks around", " C02 X\t\n", "C02 X"},
+        {"control characters", "\aC0\b2X\n", "C02X"},
+        {"noncharacters", "C0\uFFFE2\uFFFFX", "C02X"},
+        {"invalid UTF-8", "C02\xe9", "C02\uFFFD"},
+    };
+
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        for (const std::string file :
+             {"/sys/class/dmi/id/product_serial", "/sys/class/dmi/id/product_name", "/etc/hostname"}) {
+            root.write(file, row.content);
+        }
+        EXPECT_EQ(device_registry::serialNumber(), row.fact);
+        EXPECT_EQ(system_info::hardwareModel(), row.fact);
+        EXPECT_EQ(network::computerName(), row.fact);
+    }
+}
+
+TEST_F(SystemFacts, AMachineWithoutDmiHasADeviceTree) {
+    root.write("/sys/firmware/devicetree/base/model", std::string("Board 4 Model B\0", 16));
+    EXPECT_EQ(system_info::hardwareModel(), "Board 4 Model B");
     root.write("/sys/class/dmi/id/product_name", "Model 1\n");
     EXPECT_EQ(system_info::hardwareModel(), "Model 1");
+}
+
+TEST_F(SystemFacts, TheNameThatIsShownComesFirst) {
     root.write("/etc/hostname", "box\n");
     EXPECT_EQ(network::computerName(), "box");
     root.write("/etc/machine-info", "PRETTY_HOSTNAME=\"Ann's \\\"Box\\\"\"\n");

@@ -1,8 +1,6 @@
 #include "platform/system_info.h"
 
-#include "foundation/text.h"
-#include "foundation/unicode.h"
-#include "platform/linux/files/system_files.h"
+#include "platform/linux/machine/system_fact.h"
 
 #include <array>
 #include <charconv>
@@ -31,8 +29,13 @@ Version systemVersion() {
 }
 
 std::string hardwareModel() {
-    const auto name = readSystemFile("/sys/class/dmi/id/product_name");
-    return name ? text::trim(text::makeValidUtf8(*name), " \t\n") : "";
+    for (const auto* path :
+         {"/sys/class/dmi/id/product_name", "/sys/firmware/devicetree/base/model", "/proc/device-tree/model"}) {
+        if (std::string model = systemFact(path); !model.empty()) {
+            return model;
+        }
+    }
+    return "";
 }
 
 std::string bundlePath() {

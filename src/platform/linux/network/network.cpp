@@ -2,9 +2,9 @@
 
 #include "foundation/diagnostics.h"
 #include "foundation/format.h"
-#include "foundation/text.h"
-#include "foundation/unicode.h"
+#include "foundation/property_list.h"
 #include "platform/linux/files/system_files.h"
+#include "platform/linux/machine/system_fact.h"
 #include "platform/linux/network/network_interfaces.h"
 #include "platform/linux/network/proxy_settings.h"
 #include "platform/linux/network/web_transfer.h"
@@ -54,8 +54,10 @@ std::optional<std::vector<InterfaceAddress>> interfaceAddresses() {
     const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(list, &::freeifaddrs);
     std::vector<InterfaceAddress> addresses;
     for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
-        addresses.push_back(
-            {entry->ifa_name, (entry->ifa_flags & IFF_UP) != 0, ipv4Of(entry->ifa_name, entry->ifa_addr)});
+        // An address may have a label, "lo:1", which comes in place of the interface's name.
+        const std::string_view name = entry->ifa_name;
+        addresses.push_back({std::string(name.substr(0, name.find(':'))), (entry->ifa_flags & IFF_UP) != 0,
+                             ipv4Of(entry->ifa_name, entry->ifa_addr)});
     }
     return addresses;
 }
@@ -84,13 +86,13 @@ std::string computerName() {
     const auto information = readSystemFile("/etc/machine-info").value_or("");
     std::string name = assignedValue(information, "PRETTY_HOSTNAME").value_or("");
     if (name.empty()) {
-        name = text::trim(readSystemFile("/etc/hostname").value_or(""), " \t\n");
+        name = systemFact("/etc/hostname");
     }
     if (name.empty()) {
         std::array<char, HOST_NAME_MAX + 1> buffer{};
         name = ::gethostname(buffer.data(), HOST_NAME_MAX) == 0 ? buffer.data() : "";
     }
-    return text::makeValidUtf8(name);
+    return property_list::storable(name);
 }
 
 } // namespace platform::network

@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <filesystem>
 #include <map>
 #include <net/if_arp.h>
 #include <net/route.h>
 #include <sstream>
-#include <tuple>
 #include <unistd.h>
 
 namespace platform::network_interfaces {
@@ -31,11 +31,30 @@ bool isWired(const std::string& name) {
            std::none_of(others.begin(), others.end(), [&](const char* other) { return has(name, other); });
 }
 
-/// Whether the address was set by software (a bit of its first byte says so) instead of by the maker.
-bool isLocallyAdministered(const std::string& name) {
+/// Whether the address was set by software, which a bit of its first byte tells, and not by the maker.
+bool hasSoftwareAddress(const std::string& name) {
     const std::string address = attribute(name, "address");
     return address.size() < 2 || std::string_view("2367abefABEF").find(address[1]) != std::string_view::npos;
 }
+
+/// Whether it hangs on USB or sits in a dock. Such an adapter may serve another machine tomorrow.
+bool isExternal(const std::string& name) {
+    std::error_code error;
+    const auto bus = std::filesystem::read_symlink(underRoot(folder + name + "/device/subsystem"), error);
+    return bus.filename() == "usb" || attribute(name, "device/removable") == "removable";
+}
+
+/// A wired interface that may be the primary one. The least one is.
+struct Candidate {
+    bool isVirtual = false;
+    bool isExternal = false;
+    bool hasSoftwareAddress = false;
+    /// Of the default route.
+    unsigned long metric = 0;
+    std::string name;
+
+    auto operator<=>(const Candidate&) const = default;
+};
 
 /// The lowest metric of each interface that holds a default route.
 using Metrics = std::map<std::string, unsigned long>;
@@ -101,21 +120,23 @@ std::string attribute(const std::string& name, const std::string& attribute) {
     return text::trim(readSystemFile(folder + name + "/" + attribute).value_or(""), " \t\n");
 }
 
-// Ranked by, in this order: a real device before one the kernel made (which counts only if it holds a default route), a
-// maker's address before one set by software, the metric of the default route, the name.
 std::string primary() {
     const auto routes = defaultRoutes();
-    using Rank = std::tuple<bool, bool, unsigned long, std::string>;
-    std::vector<Rank> candidates;
+    std::vector<Candidate> candidates;
     for (const std::string& name : wired()) {
-        const bool isDevice = has(name, "device");
         const auto route = routes.find(name);
-        if (isDevice || route != routes.end()) {
-            candidates.emplace_back(!isDevice, isLocallyAdministered(name),
-                                    route == routes.end() ? ULONG_MAX : route->second, name);
+        const bool holdsDefaultRoute = route != routes.end();
+        const bool isVirtual = !has(name, "device");
+        // Of the interfaces that the kernel makes up, only the way out of a container stands for the machine.
+        if (!isVirtual || holdsDefaultRoute) {
+            candidates.push_back({.isVirtual = isVirtual,
+                                  .isExternal = isExternal(name),
+                                  .hasSoftwareAddress = hasSoftwareAddress(name),
+                                  .metric = holdsDefaultRoute ? route->second : ULONG_MAX,
+                                  .name = name});
         }
     }
-    return candidates.empty() ? "" : std::get<std::string>(*std::min_element(candidates.begin(), candidates.end()));
+    return candidates.empty() ? "" : std::ranges::min(candidates).name;
 }
 
 } // namespace platform::network_interfaces

@@ -1,6 +1,7 @@
 #include "platform/linux/network/web_transfer.h"
 
 #include "foundation/deployment.h"
+#include "foundation/text.h"
 #include "platform/linux/network/proxy_settings.h"
 
 #include <algorithm>
@@ -103,6 +104,22 @@ std::string headerLine(const std::string& name, const std::string& value) {
     return line;
 }
 
+/// With what no URL can hold (blanks, control characters, bytes above 127) escaped. Callers leave some in: a serial
+/// number in the URL of a deactivation may have blanks.
+std::string sendable(const std::string& url) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string escaped;
+    for (const char c : url) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte <= 0x20 || byte >= 0x7f) {
+            escaped += {'%', digits[byte >> 4], digits[byte & 0xF]};
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
 Headers headersOf(const network::Request& request) {
     curl_slist* list = curl_slist_append(nullptr, "Expect:"); // without a value: not sent
     for (const auto& [name, value] : request.headers) {
@@ -150,7 +167,7 @@ int keepToOrigin(void* sent, char* /*address*/, char* /*ownAddress*/, int /*port
 
 /// `headers` and `sent` have to outlive the transfer.
 void describe(CURL* handle, const network::Request& request, const Headers& headers, Sent& sent) {
-    curl_easy_setopt(handle, CURLOPT_URL, request.url.c_str());
+    curl_easy_setopt(handle, CURLOPT_URL, sendable(request.url).c_str());
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 16L);
@@ -176,14 +193,12 @@ std::optional<std::string> perform(const network::Request& request, std::optiona
     }
     const Headers headers = headersOf(request);
     std::string answer;
-    Sent sent{handle.get(), originOf(request.url)};
+    Sent sent{handle.get(), originOf(sendable(request.url))};
     restrictTransport(handle.get(), request.timeout);
     describe(handle.get(), request, headers, sent);
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, &receive);
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &answer);
-    const bool isWhole = request.url.find('\0') == std::string::npos;
-    const CURLcode code = isWhole ? curl_easy_perform(handle.get()) : CURLE_URL_MALFORMAT;
-    if (code != CURLE_OK) {
+    if (const CURLcode code = curl_easy_perform(handle.get()); code != CURLE_OK) {
         error = errorOf(code, handle.get());
         return std::nullopt;
     }
@@ -201,7 +216,9 @@ Origin originOf(const std::string& url) {
         const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
         return std::string(text != nullptr ? text : "");
     };
-    return {part(CURLUPART_SCHEME), part(CURLUPART_HOST), part(CURLUPART_PORT)};
+    std::string host = part(CURLUPART_HOST);
+    std::ranges::transform(host, host.begin(), text::lower);
+    return {part(CURLUPART_SCHEME), host, part(CURLUPART_PORT)};
 }
 
 } // namespace platform::web_transfer

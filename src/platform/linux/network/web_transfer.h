@@ -20,7 +20,7 @@ struct Origin {
     bool operator==(const Origin&) const = default;
 };
 
-/// The scheme is in lower case. All empty for what is no URL.
+/// Scheme and host in lower case. All empty for what is no URL.
 Origin originOf(const std::string& url);
 
 } // namespace platform::web_transfer
