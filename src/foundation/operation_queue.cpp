@@ -1,6 +1,7 @@
 #include "foundation/operation_queue.h"
 
 #include "foundation/diagnostics.h"
+#include "foundation/limited_report.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -53,6 +54,9 @@ struct OperationQueue::State {
         return running.back();
     }
 
+    /// With the mutex held.
+    std::size_t operationCount() const { return waiting.size() + running.size(); }
+
     void ended(const OperationPtr& operation) {
         const std::lock_guard lock(mutex);
         running.erase(std::find(running.begin(), running.end(), operation));
@@ -78,6 +82,19 @@ struct OperationQueue::State {
     }
 };
 
+void OperationQueue::startWorkers(const std::shared_ptr<State>& state) {
+    const std::size_t wanted = std::min(state->maxWorkers, state->operationCount());
+    try {
+        while (state->workers < wanted) {
+            std::thread([state] { state->work(); }).detach();
+            ++state->workers;
+        }
+    } catch (const std::system_error& error) {
+        static LimitedReport report(1);
+        report(std::string("operation queue: no thread, tried again later: ") + error.what());
+    }
+}
+
 OperationQueue::OperationQueue(std::size_t maxConcurrentOperationCount)
     : state_(std::make_shared<State>(maxConcurrentOperationCount)) {}
 
@@ -90,19 +107,7 @@ OperationQueue::~OperationQueue() {
 void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {
     const std::lock_guard lock(state_->mutex);
     state_->waiting.push_back(std::move(operation));
-    if (state_->workers >= state_->maxWorkers) {
-        return;
-    }
-    try {
-        std::thread([state = state_] { state->work(); }).detach();
-        ++state_->workers;
-    } catch (const std::system_error& error) {
-        diagnostics::report(std::string("operation queue: no thread: ") + error.what());
-        // Without any worker it would count as waiting for good.
-        if (state_->workers == 0) {
-            state_->waiting.pop_back();
-        }
-    }
+    startWorkers(state_);
 }
 
 void OperationQueue::addOperation(std::function<void()> work) {
@@ -111,7 +116,8 @@ void OperationQueue::addOperation(std::function<void()> work) {
 
 std::size_t OperationQueue::operationCount() const {
     const std::lock_guard lock(state_->mutex);
-    return state_->waiting.size() + state_->running.size();
+    startWorkers(state_);
+    return state_->operationCount();
 }
 
 void OperationQueue::cancelAllOperations() { state_->cancelAll(); }

@@ -32,8 +32,8 @@ class OperationQueue {
     OperationQueue(const OperationQueue&) = delete;
     OperationQueue& operator=(const OperationQueue&) = delete;
 
-    /// The queue shares ownership of the operation until it has ended. Without any thread to run it the operation is
-    /// dropped and reported.
+    /// The queue shares ownership of the operation until it has ended. If no thread can be made, the operation waits,
+    /// and each call of this and of `operationCount` tries again.
     void addOperation(std::shared_ptr<Operation> operation);
     /// The same for work that runs to its end once it has begun.
     void addOperation(std::function<void()> work);
@@ -44,6 +44,10 @@ class OperationQueue {
 
   private:
     struct State;
+
+    /// Starts the workers that are missing, with the mutex held.
+    static void startWorkers(const std::shared_ptr<State>& state);
+
     std::shared_ptr<State> state_;
 };
 

@@ -142,6 +142,14 @@ std::string makeValidUtf8(std::string_view bytes) {
     return text;
 }
 
+std::string_view withoutCutCharacter(std::string_view bytes) {
+    const auto continuesCharacter = [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0) == 0x80; };
+    for (int most = 3; most > 0 && !bytes.empty() && continuesCharacter(bytes.front()); --most) {
+        bytes.remove_prefix(1);
+    }
+    return bytes;
+}
+
 std::size_t length(std::string_view text) {
     std::size_t units = 0;
     for (const char byte : text) {

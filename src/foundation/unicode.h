@@ -16,6 +16,9 @@ std::optional<std::string> decodeUtf8(std::string_view bytes);
 /// The bytes with every invalid sequence replaced by U+FFFD.
 std::string makeValidUtf8(std::string_view bytes);
 
+/// Without the up to three bytes at the beginning that belong to a character cut in two.
+std::string_view withoutCutCharacter(std::string_view bytes);
+
 /// Length in UTF-16 code units.
 std::size_t length(std::string_view text);
 /// The first `units` code units, all when there are fewer; a pair that the cut would split is left out.

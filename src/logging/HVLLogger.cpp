@@ -3,6 +3,7 @@
 #include "logging/HVLLogger.h"
 
 #include "foundation/diagnostics.h"
+#include "foundation/limited_report.h"
 #include "foundation/unicode.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -10,6 +11,8 @@
 #include "platform/system_info.h"
 #include "util/ProductPaths.h"
 
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace havrel {
@@ -28,6 +31,20 @@ using SharedLoggers = std::vector<HVLLogger*>;
 platform::Guarded<SharedLoggers>& sharedLoggers() {
     static auto& loggers = *new platform::Guarded<SharedLoggers>;
     return loggers;
+}
+
+/// The file's text; nullopt if it can't be read or isn't UTF-8. Of a file longer than the read limit only the end,
+/// which is more than a log may keep.
+std::optional<std::string> endOfLog(const std::string& path) {
+    const auto bytes = files::readEnd(path, files::readLimit);
+    const bool mayBeCut = bytes && bytes->size() == files::readLimit;
+    return bytes ? text::decodeUtf8(mayBeCut ? text::withoutCutCharacter(*bytes) : *bytes) : std::nullopt;
+}
+
+/// For all loggers.
+void reportNoThread(const std::system_error& error) {
+    static platform::LimitedReport report(1);
+    report(std::string("HVLLogger: no thread, tried again with the next line: ") + error.what());
 }
 
 } // namespace
@@ -84,9 +101,14 @@ void HVLLogger::logString(std::optional<std::string> message) {
     platform::diagnostics::contain("HVLLogger", [&] {
         const std::lock_guard lock(mutex_);
         pending_.add(*std::move(message));
-        if (!writeQueued_) {
+        if (writeQueued_) {
+            return;
+        }
+        try {
             serialQueue_.async([this] { writePending(); });
             writeQueued_ = true;
+        } catch (const std::system_error& error) {
+            reportNoThread(error);
         }
     });
 }
@@ -105,10 +127,7 @@ void HVLLogger::writePending() {
         return;
     }
     const std::string timestamp = platform::clock::timestamp();
-    std::optional<std::string> content = files::read(*path);
-    if (content && !text::isValidUtf8(*content)) {
-        content.reset();
-    }
+    std::optional<std::string> content = endOfLog(*path);
     for (const std::string& message : messages) {
         if (content) {
             *content += '\n';

@@ -19,7 +19,7 @@ namespace havrel {
 ///
 /// Each write reads the file, appends "\nyyyy-MM-dd HH:mm:ss : message ", cuts the beginning so that `maximumLength`
 /// characters remain, and replaces the file. A file that can't be read or isn't UTF-8 is replaced by the line alone,
-/// without the line break.
+/// without the line break; of a file longer than 16 MiB only the end is looked at.
 class HVLLogger {
   public:
     /// Of a log file, in UTF-16 code units.

@@ -3,6 +3,7 @@
 #include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
 
+#include <string_view>
 #include <utility>
 
 namespace havrel {
@@ -22,22 +23,11 @@ constexpr std::size_t separatorsLength = 5;
 
 std::size_t bytesOf(const std::string& message) { return sizeof(std::string) + message.size(); }
 
-bool continuesCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xc0) == 0x80; }
-
-/// The last `longestMessage` bytes, without a character cut in half.
-std::string endOf(const std::string& message) {
-    std::size_t start = message.size() - longestMessage;
-    for (int most = 3; most > 0 && continuesCharacter(message[start]); --most) {
-        ++start;
-    }
-    return message.substr(start);
-}
-
 } // namespace
 
 void PendingLines::add(std::string message) {
     if (message.size() > longestMessage) {
-        message = endOf(message);
+        message = text::withoutCutCharacter(std::string_view(message).substr(message.size() - longestMessage));
     }
     if (!text::isValidUtf8(message)) {
         message = text::makeValidUtf8(message);

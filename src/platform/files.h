@@ -26,6 +26,8 @@ bool exists(const std::string& path);
 
 /// The whole content; nullopt when the file is absent, not regular, unreadable or longer than `limit` bytes.
 std::optional<std::string> read(const std::string& path, std::size_t limit = readLimit);
+/// The last `limit` bytes of the content, or all of it.
+std::optional<std::string> readEnd(const std::string& path, std::size_t limit);
 
 /// Replaces the content atomically: a reader sees the old file or the new one, never a part. A regular file's mode and
 /// owner are kept; a new file is 0644, and so is one in place of a link, pipe, socket or device. False when the folder

@@ -2,6 +2,7 @@
 
 #include "foundation/diagnostics.h"
 #include "foundation/format.h"
+#include "foundation/limited_report.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -10,6 +11,7 @@
 #include "util/ProductPaths.h"
 
 #include <functional>
+#include <system_error>
 #include <utility>
 
 namespace havrel {
@@ -82,6 +84,15 @@ HVLPingMutableArray combined(HVLPingMutableArray& list, HVLPingMutableArray& sou
     return result;
 }
 
+/// For all managers.
+void reportNoThread(const std::system_error& error) {
+    static platform::LimitedReport report(1);
+    report(std::string("pinger: no thread, tried again in a minute: ") + error.what());
+}
+
+/// Asking a queue for its count also starts what waits in it because no thread could be made.
+void retryThreads(const platform::OperationQueue& queue) { static_cast<void>(queue.operationCount()); }
+
 /// If more operations are queued than run at once, one of them hasn't begun and does for this one, too.
 void addUnlessOneWaits(platform::OperationQueue& queue, std::size_t concurrent, std::function<void()> work) {
     if (queue.operationCount() <= concurrent) {
@@ -152,13 +163,22 @@ void HVLPingManager::startPingOnNewThreadForUpdateOnce() {
     startThread(&HVLPingManager::startPingerThreadForUpdateOnce);
 }
 
-void HVLPingManager::startThread(void (HVLPingManager::*body)(const std::stop_token&)) {
+void HVLPingManager::startThread(ThreadBody body) {
     isPingCompleted_ = false;
-    pingerThreads_.with([this, body](std::vector<std::jthread>& threads) {
-        threads.emplace_back([this, body](const std::stop_token& cancelled) {
-            platform::diagnostics::contain("pinger", [&] { (this->*body)(cancelled); });
+    try {
+        pingerThreads_.with([this, body](std::vector<std::jthread>& threads) {
+            threads.emplace_back([this, body](const std::stop_token& cancelled) {
+                platform::diagnostics::contain("pinger", [&] { (this->*body)(cancelled); });
+            });
         });
-    });
+    } catch (const std::system_error& error) {
+        reportNoThread(error);
+        startRetry_ = std::make_unique<platform::RepeatingTimer>(
+            platform::RunLoop::main(), std::chrono::minutes(1), [this, body] {
+                const auto ended = std::move(startRetry_); // outlives this call, which is the timer's own
+                startThread(body);
+            });
+    }
 }
 
 void HVLPingManager::stop() {
@@ -180,6 +200,8 @@ void HVLPingManager::startPingerThread(const std::stop_token& cancelled) {
         if (cancelled.stop_requested()) {
             return;
         }
+        retryThreads(updateReads_);
+        retryThreads(updatePasses_);
         isPingCompleted_ = false;
         cycle = pingerCycle(cycle.next, cycle.pause);
         runTurn(cycle);

@@ -4,6 +4,7 @@
 #include "foundation/guarded.h"
 #include "foundation/operation_queue.h"
 #include "platform/notifications.h"
+#include "platform/run_loop.h"
 #include "proxy/HVLPingMutableArray.h"
 
 #include <atomic>
@@ -62,7 +63,7 @@ class HVLPingManager {
     /// notifications can't exhaust the machine; a call that finds a pass still waiting to begin shares it.
     void updatePingFromLatestProxy();
 
-    /// Starts another pinger thread.
+    /// Starts another pinger thread. If no thread can be made, the main run loop tries again every minute.
     void startPingOnNewThread();
     /// Starts a thread that runs `startPing` once.
     void startPingOnNewThreadForUpdateOnce();
@@ -141,7 +142,8 @@ class HVLPingManager {
 
     explicit HVLPingManager(Snapshot);
 
-    void startThread(void (HVLPingManager::*body)(const std::stop_token&));
+    using ThreadBody = void (HVLPingManager::*)(const std::stop_token&);
+    void startThread(ThreadBody body);
     void startPingerThread(const std::stop_token& cancelled);
     void startPingerThreadForUpdateOnce(const std::stop_token& cancelled);
     void runTurn(const PingerCycle& cycle);
@@ -164,6 +166,8 @@ class HVLPingManager {
     /// Interrupts every wait in the destructor.
     std::stop_source ending_;
     platform::ObservationPtr observation_;
+    /// Starts the pinger thread that couldn't be made; null when there is none to start.
+    std::unique_ptr<platform::RepeatingTimer> startRetry_;
     /// Nullopt in a snapshot.
     std::optional<platform::OperationQueue> pingingQueue_;
     // Last, so that their threads end before the fields above are destroyed.

@@ -4,8 +4,10 @@
 #include "foundation/serial_queue.h"
 #include "platform/clock.h"
 #include "platform/run_loop.h"
+#include "support/thread_shortage.h"
 #include "trial/support/wait.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <gmock/gmock.h>
@@ -75,6 +77,23 @@ TEST(OperationQueue, CancelsWhatRunsAndWaitsForItsEnd) {
         ASSERT_TRUE(trial::eventually([&] { return operation->runs.load(); }));
     }
     EXPECT_TRUE(operation->ended);
+}
+
+TEST(OperationQueue, MakesLaterTheThreadsThatItCannotMakeNow) {
+    constexpr std::size_t count = 100;
+    std::atomic<std::size_t> done = 0;
+    OperationQueue operations(2);
+    testing::internal::CaptureStderr();
+    {
+        const support::ThreadShortage shortage;
+        for (std::size_t i = 0; i < count; ++i) {
+            operations.addOperation([&] { ++done; });
+        }
+        EXPECT_EQ(operations.operationCount(), count);
+    }
+    EXPECT_LE(std::ranges::count(testing::internal::GetCapturedStderr(), '\n'), 1);
+    EXPECT_TRUE(trial::eventually([&] { return operations.operationCount() == 0; }));
+    EXPECT_EQ(done, count);
 }
 
 TEST(RunLoop, StopsAfterTheCurrentCallback) {

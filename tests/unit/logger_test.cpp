@@ -1,8 +1,8 @@
 #include "logging/HVLLogger.h"
 
 #include "foundation/unicode.h"
-#include "platform/files.h"
 #include "support/core_test.h"
+#include "support/thread_shortage.h"
 
 namespace text = platform::text;
 using namespace havrel;
@@ -20,8 +20,7 @@ class Logger : public support::CoreTest {
 
 /// The rule for a file and the lines added to it one after the other, in UTF-16 as it is worded.
 static std::u16string oneByOne(const std::string& file, const Lines& lines) {
-    const bool readable = file.size() <= platform::files::readLimit && text::isValidUtf8(file);
-    std::optional<std::u16string> content = readable ? std::optional(text::utf16(file)) : std::nullopt;
+    auto content = text::isValidUtf8(file) ? std::optional(text::utf16(file)) : std::nullopt;
     for (const std::string& line : lines) {
         content = (content ? *std::move(content) + u'\n' : u"") + text::utf16("2001-01-01 00:00:00 : " + line + " ");
         content->erase(0, content->size() - std::min<std::size_t>(content->size(), 102'400));
@@ -46,7 +45,7 @@ TEST_F(Logger, WritesABurstAsIfLineByLine) {
         {"kept", "kept", {"", "two\nlines", "NUL\0NUL"s}},
         {"not UTF-8", "caf\xe9", {"first", "second"}},
         {"longer than the cap", old, {"first"}},
-        {"too long to read", std::string(platform::files::readLimit + 1, 'x'), {"first", "second"}},
+        {"too long to be read whole", repeated(pair, 4'200'000) + "x", {"first", "second"}},
         {"exactly the cap", std::string(102'400, 'x'), {"first"}},
         {"cut between pairs", pairs, {"even"}},
         {"cut inside a pair", pairs, {"odd"}},
@@ -80,6 +79,16 @@ TEST_F(Logger, DropsWaitingLinesOnlyWhenTheFileCannotHoldThem) {
         }
         EXPECT_TRUE(oneByOne("", all) == oneByOne("", pending.take())) << size;
     }
+}
+
+TEST_F(Logger, WritesLaterWhatItHasNoThreadFor) {
+    {
+        const support::ThreadShortage shortage;
+        logger->logString("first");
+    }
+    logger->logString("second");
+    logger->drain();
+    EXPECT_EQ(root.read(file), "\n2001-01-01 00:00:00 : first \n2001-01-01 00:00:00 : second ");
 }
 
 TEST_F(Logger, LeavesTheFileAloneWithoutAMessageOrAPath) {

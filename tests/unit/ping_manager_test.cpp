@@ -5,6 +5,7 @@
 #include "proxy/HVLPingManager.h"
 #include "support/core_test.h"
 #include "support/ping_lists.h"
+#include "support/thread_shortage.h"
 #include "trial/support/wait.h"
 #include "util/PropertyListFile.h"
 
@@ -245,6 +246,19 @@ TEST_F(PingManager, TakesEachTurnAndEachOfItsStepsByItself) {
     fakes::clock::onSleep({});
     manager->startPingOnNewThreadForUpdateOnce(); // beside the pinger, which sleeps
     fakes::notifications::waitFor("BestThreeProxyFoundNotification", 1);
+}
+
+TEST_F(PingManager, StartsItsPingerOnceAThreadCanBeMade) {
+    fakes::clock::blockFrom(8min);
+    manager.emplace();
+    {
+        const support::ThreadShortage shortage;
+        manager->startPingOnNewThread();
+    }
+    EXPECT_THAT(fakes::clock::alarms, SizeIs(1));
+    fakes::clock::advance();
+    EXPECT_THAT(fakes::clock::alarms, IsEmpty());
+    fakes::clock::waitForSleepers(1);
 }
 
 TEST_F(PingManager, RunsAtMostEightPassesAndBeginsThemBetweenMeasurements) {

@@ -241,22 +241,41 @@ std::optional<std::string> nextName(const Folder& folder) {
     return std::nullopt;
 }
 
+struct OpenFile {
+    Descriptor descriptor;
+    std::uint64_t size = 0;
+};
+
+/// Opened for reading; nullopt unless it is a regular file.
+std::optional<OpenFile> openRegularFile(const std::string& path) {
+    const auto place = locate(path);
+    if (!place) {
+        return std::nullopt;
+    }
+    Descriptor file = openAt(place->folder.get(), place->name, O_RDONLY | O_NONBLOCK);
+    Facts facts{};
+    if (!file || ::fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
+        return std::nullopt;
+    }
+    return OpenFile{std::move(file), static_cast<std::uint64_t>(facts.st_size)};
+}
+
 } // namespace
 
 bool exists(const std::string& path) { return factsOf(path).has_value(); }
 
 std::optional<std::string> read(const std::string& path, std::size_t limit) {
-    const auto place = locate(path);
-    if (!place) {
+    const auto file = openRegularFile(path);
+    return file && file->size <= limit ? readAll(file->descriptor.get(), limit) : std::nullopt;
+}
+
+std::optional<std::string> readEnd(const std::string& path, std::size_t limit) {
+    const auto file = openRegularFile(path);
+    const std::uint64_t excess = file && file->size > limit ? file->size - limit : 0;
+    if (!file || ::lseek(file->descriptor.get(), static_cast<off_t>(excess), SEEK_SET) < 0) {
         return std::nullopt;
     }
-    const Descriptor file = openAt(place->folder.get(), place->name, O_RDONLY | O_NONBLOCK);
-    Facts facts{};
-    if (!file || ::fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode) ||
-        static_cast<std::uint64_t>(facts.st_size) > limit) {
-        return std::nullopt;
-    }
-    return readAll(file.get(), limit);
+    return readAll(file->descriptor.get(), limit);
 }
 
 bool replace(const std::string& path, std::string_view content, Durability durability) {
