@@ -32,7 +32,7 @@ struct FileSystemEvent {
 /// A folder that is missing, is replaced or is mounted later is found again; links are not followed, and a folder whose
 /// file system is served by another process or machine is not watched. When the system loses events, that is said on
 /// standard error (rate-limited) and what the folders hold is compared with what they held: what moved from one to
-/// another is told.
+/// another is reported.
 ///
 /// "/Users/NAME/.Trash", while there is no such folder, stands for the Trash that the user's desktop keeps.
 class FileSystemEventStream {
@@ -43,7 +43,7 @@ class FileSystemEventStream {
     /// and destroyed on that thread.
     FileSystemEventStream(RunLoop& loop, const std::vector<std::string>& paths, std::chrono::milliseconds latency,
                           Callback callback);
-    /// Hands on what still waits; no call comes after.
+    /// Hands on what still waits. There are no calls afterwards.
     ~FileSystemEventStream();
     FileSystemEventStream(const FileSystemEventStream&) = delete;
     FileSystemEventStream& operator=(const FileSystemEventStream&) = delete;

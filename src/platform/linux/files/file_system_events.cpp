@@ -14,14 +14,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-/// Whoever may rename a folder on the way to a watched one can do so without pause.
+/// Between two looks for the folders: whoever may rename one on the way to them can do so without pause.
 constexpr milliseconds lookPause{100};
 
-/// Whoever can make the system lose events can do so without pause, too. To compare takes a tenth of the time at most.
+/// Users can make the system lose events without pause, too, so recoveries take a tenth of the time at most.
 constexpr int recoveryShare = 10;
 constexpr milliseconds leastRecoveryPause{20};
 
-/// In a storm of renames the older half is handed on before its time.
+/// When this many moves wait, the older half of them is handed on early.
 constexpr std::size_t mostMoves = std::size_t{1} << 14;
 
 } // namespace
@@ -55,7 +55,7 @@ struct FileSystemEventStream::State {
         onWays = loop.onReadable(folders.ways(), [this] { scheduleLook(false); });
     }
 
-    /// Until it is done the ways are not listened to, so that no flood there costs more than the looks.
+    /// Until the look nothing is read from the ways, so that a flood of events there costs no more than the looks do.
     void scheduleLook(bool always) {
         lookAlways = lookAlways || always;
         onWays = {};

@@ -40,7 +40,7 @@ std::vector<ItemMove> movesBetween(const Listing& before, const Listing& after) 
     std::vector<ItemMove> moves;
     for (const auto& [source, item] : before.items()) {
         const auto destination = after.find(item);
-        // A file that still is where it was has got a second name.
+        // An item that still stands at its source was not moved but got a second name.
         if (destination && destination->folder != source.folder && after.at(source) != item) {
             moves.push_back({source, *destination, item.isFolder});
         }

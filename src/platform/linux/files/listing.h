@@ -36,7 +36,7 @@ class Listing {
     /// How many items of one folder are remembered. The product's own folder is small; a Trash may be of any size.
     static constexpr std::size_t capacity = 4096;
 
-    /// Nullopt: nothing stands there. A new item is passed over when its folder has no room left.
+    /// Nullopt empties the place. A new item is ignored when its folder has reached `capacity`.
     void set(const Place& place, const std::optional<Item>& item);
     void clear(std::size_t folder);
 

@@ -19,7 +19,7 @@ constexpr std::size_t longestTable = std::size_t{4} << 20;
 
 constexpr std::array<std::string_view, 8> servedElsewhere{"fuse", "nfs", "cifs", "smb", "9p", "ceph", "afs", "autofs"};
 
-/// Answered by the kernel alone.
+/// Asks the kernel only, never the file system itself.
 std::optional<std::uint64_t> mountOf(const Descriptor& folder) {
     struct statx facts {};
 

@@ -1,5 +1,5 @@
-// Renames on their way to whoever is told: the system names the old and the new place one by one, with a number
-// (cookie) that both share.
+// Renames that wait to be handed on. The system names the old and the new place one by one, with a number (cookie) that
+// both share.
 #pragma once
 
 #include "platform/file_system_events.h"
@@ -31,7 +31,7 @@ class MoveQueue {
     void addDestination(std::uint32_t cookie, const Place& place, bool isFolder);
     void addWhole(const ItemMove& move);
 
-    /// The oldest, which the queue must have. A half whose other half comes later is another move from then on.
+    /// Removes the oldest move; the queue must not be empty. Should its other half come later, it is a move of its own.
     Move take();
 
     bool empty() const { return moves_.empty(); }

@@ -28,7 +28,7 @@ constexpr std::uint32_t goneEvents = selfEvents | IN_UNMOUNT | IN_IGNORED;
 constexpr std::uint32_t wayEvents = selfEvents | IN_ONLYDIR;
 constexpr std::uint32_t arrivalEvents = IN_CREATE | IN_MOVED_TO;
 
-/// How often a missing folder is looked for anew because its path grew while the watch for that was being set.
+/// How often to look again for a missing folder because its path grew while the watch for that was being set.
 constexpr int mostLooks = 16;
 
 /// One event with the longest name must fit; more save system calls in a storm.
@@ -36,7 +36,7 @@ constexpr std::size_t eventBuffer = std::size_t{64} << 10;
 
 Descriptor newInotify() { return Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)); }
 
-/// The descriptor's folder itself is watched, whatever its path leads to by now.
+/// Watches the folder behind the descriptor, whatever its path leads to by now.
 int addWatch(int inotify, const Descriptor& folder, std::uint32_t events) {
     const std::string path = "/proc/self/fd/" + std::to_string(folder.get());
     return ::inotify_add_watch(inotify, path.c_str(), events);
@@ -75,7 +75,7 @@ void forEachName(const Descriptor& folder, Visit visit) {
     }
 }
 
-/// Calls `use` with each event of one read, which does not block. How many bytes were read.
+/// Calls `use` with each event of one read, which does not block. Returns how many bytes were read.
 template <typename Use>
 std::size_t readOnce(int inotify, Use use) {
     alignas(inotify_event) std::array<char, eventBuffer> buffer{};
@@ -154,8 +154,8 @@ void WatchedFolders::release(std::size_t index) {
     }
 }
 
-/// Watches the folders above the watched ones for being moved, and the nearest one above a missing one for what comes
-/// into being there. Whether the next one has appeared meanwhile.
+/// Watches the folders above the watched ones for being moved, and the nearest existing one above a missing one for new
+/// entries. True if the next folder on a way has appeared meanwhile.
 bool WatchedFolders::watchWays() {
     std::map<std::string, std::uint32_t> wanted;
     std::vector<std::string> awaited;
@@ -286,7 +286,7 @@ void WatchedFolders::recover() {
 
 std::vector<FileSystemEvent> WatchedFolders::take() {
     Move move = queue_.take();
-    // A folder that moved to where nobody watched yet, or whose arrival the system lost, may have been found there.
+    // A folder that moved to where nothing was watched yet, or whose arrival the system lost, may be in the listing.
     if (move.source && !move.destination && move.item) {
         const auto found = listing_.find(*move.item);
         if (found && found != move.source) {

@@ -1,4 +1,5 @@
-// inotify on a few folders, found again wherever they come from, and their direct entries' renames as whole moves.
+// Watches a few folders by inotify, finds them again when they are replaced, and puts the renames of their direct
+// entries together as moves.
 #pragma once
 
 #include "foundation/limited_report.h"
@@ -42,7 +43,7 @@ class WatchedFolders {
 
     /// Reads a bounded number of events; the descriptor stays readable while there are more.
     void readMoves();
-    /// Looks for the watched folders where they should be, unless nothing on the ways to them concerns them.
+    /// Looks the folders up by their paths again; unless `always`, only if something on the ways to them concerns them.
     void find(bool always);
 
     /// Whether a watched folder is gone, so that `find` is due.
@@ -82,7 +83,7 @@ class WatchedFolders {
     std::vector<Folder> folders_;
     std::map<int, std::size_t> watches_;
     std::set<int> wayWatches_;
-    /// Names that lead to a missing folder, once they come into being.
+    /// The next names on the ways to missing folders.
     std::set<std::string, std::less<>> awaitedNames_;
 
     MoveQueue queue_;
@@ -90,8 +91,8 @@ class WatchedFolders {
     /// Places named by the events just read; what stands there is asked once for all of them.
     std::set<Place> touched_;
 
-    /// Sources of the moves that a recovery has told of, and how much of what was queued by then is still to be read:
-    /// the same moves may be named there once more.
+    /// The moves that a recovery has found may still be among the events that were queued before it, where they are
+    /// ignored: their sources, the cookies of those read so far, and how many bytes are left of these events.
     std::set<Place> told_;
     std::set<std::uint32_t> toldCookies_;
     std::int64_t unreadBytes_ = 0;
