@@ -162,7 +162,7 @@ void HVLAutoUninstaller::processData(std::size_t count, std::vector<std::string>
     for (std::size_t i = 0; i < std::min({count, eventPaths.size(), eventFlages.size()}); ++i) {
         batch.push_back({std::move(eventPaths[i]), eventFlages[i]});
     }
-    // Users rename in their Trash at any pace; what the rule makes nothing of is not queued.
+    // Users may rename in their Trash without pause, so a batch that holds no move for the rule is not queued.
     if (operationQueue_ && !folderMoves(batch).empty()) {
         operationQueue_->addOperation([this, moved = std::move(batch)] { handleFsData(moved); });
     }

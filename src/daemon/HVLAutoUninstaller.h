@@ -25,7 +25,7 @@ class HVLAutoUninstaller {
     /// On the main thread, whose run loop carries its notifications and timers. The first object sets everything up; a
     /// later one only takes over as the shared instance and starts its own public-address timer.
     HVLAutoUninstaller();
-    /// Stops the watcher and waits for what it still handles. No daemon comes here: it ends with its process.
+    /// Stops the watcher and waits for what it still handles. Not called in the daemon, whose process ends first.
     ~HVLAutoUninstaller();
     HVLAutoUninstaller(const HVLAutoUninstaller&) = delete;
     HVLAutoUninstaller& operator=(const HVLAutoUninstaller&) = delete;

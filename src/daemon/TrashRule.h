@@ -16,8 +16,8 @@ struct FolderMove {
     bool operator==(const FolderMove&) const = default;
 };
 
-/// The moves in one batch, in order. The first rename that is left over is the source; the next one that is a folder in
-/// another parent folder is its destination, any other is passed over.
+/// The moves in one batch, in order. The first rename that is not part of a move yet is a source. Its destination is
+/// the next renamed folder in another parent folder; the renames in between are skipped.
 std::vector<FolderMove> folderMoves(const std::vector<platform::FileSystemEvent>& batch);
 
 enum class TrashedProduct { none, host, viewer };

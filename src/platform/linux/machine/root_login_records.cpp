@@ -1,4 +1,4 @@
-// In production nothing comes here.
+// For trials and tests; never used in production.
 #include "foundation/numbers.h"
 #include "foundation/text.h"
 #include "platform/linux/files/system_files.h"
