@@ -5,8 +5,10 @@
 #include "foundation/json.h"
 #include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
+#include "platform/files.h"
 #include "platform/processes.h"
 #include "prefs/HVLUserPrefManager.h"
+#include "util/ProductPaths.h"
 
 namespace havrel {
 
@@ -18,9 +20,16 @@ namespace text = platform::text;
 /// White space alone counts as no ID.
 bool isMissing(const std::optional<std::string>& id) { return !id || text::trimWhiteSpace(*id).empty(); }
 
+void removeTemporaries() {
+    for (const std::string& folder : {paths::hostSupport, paths::viewerSupport, paths::suiteSupport}) {
+        platform::files::removeTemporaries(folder);
+    }
+}
+
 } // namespace
 
 Helper::Helper() {
+    platform::diagnostics::contain("start-up", removeTemporaries);
     const auto take = [this](void (Helper::*step)()) {
         platform::diagnostics::contain("start-up", [this, step] { (this->*step)(); });
     };

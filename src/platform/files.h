@@ -1,6 +1,7 @@
 // The file system below HAVREL_ROOT. The product's folders are writable for everyone, so whatever stands there may be
-// an attack: no name on a path may be a link, and only regular files are read. Paths are absolute, one with ".." or a
-// zero byte names nothing. Thread-safe; errors show only in the results.
+// an attack: only regular files are read, and a link on the way to a file or a folder is followed only if it belongs to
+// root and nobody else may write in any folder up to it. Paths are absolute, one with ".." or a zero byte names
+// nothing. Thread-safe; errors show only in the results.
 #pragma once
 
 #include "foundation/limits.h"
@@ -31,7 +32,8 @@ std::optional<std::string> readEnd(const std::string& path, std::size_t limit);
 
 /// Replaces the content atomically: a reader sees the old file or the new one, never a part. A regular file's mode and
 /// owner are kept; a new file is 0644, and so is one in place of a link, pipe, socket or device. False when the folder
-/// is missing, a folder is in the file's place (said once on standard error) or writing fails; then nothing changes.
+/// can't be reached, a folder is in the file's place (both said once on standard error) or writing fails; then nothing
+/// changes.
 bool replace(const std::string& path, std::string_view content, Durability durability);
 
 /// Waits for the replacements under way and blocks later ones for good, so that the end of the process leaves no
@@ -44,6 +46,8 @@ bool createEmpty(const std::string& path);
 bool createFolders(const std::string& path);
 /// Sets the permission bits, as chmod does, of a folder or of a regular file without other names.
 bool setPermissions(const std::string& path, unsigned mode);
+/// Removes the temporary files that killed writers have left in the folder and in the folders in it.
+void removeTemporaries(const std::string& path);
 /// Removes anything but a folder.
 bool remove(const std::string& path);
 

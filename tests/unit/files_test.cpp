@@ -6,6 +6,8 @@
 #include "util/HVLFileManager.h"
 
 #include <csignal>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -32,6 +34,7 @@ extern "C" int fsync(int descriptor) {
 class Files : public support::CoreTest {
   protected:
     Files() {
+        fs::permissions(root.at(folder), fs::perms::all); // as the daemon itself makes it
         outside.write("/secret", "secret");
         fs::permissions(secret, fs::perms(0600));
     }
@@ -119,6 +122,76 @@ TEST_F(Files, AreNotReachedThroughALinkOrUpwards) {
     }
     EXPECT_THAT(files::list(folder + "/linked"), testing::IsEmpty());
     EXPECT_EQ(std::distance(fs::directory_iterator(outside.path()), {}), 1);
+}
+
+TEST_F(Files, AreReachedThroughLinksThatOnlyTheAdministratorCanHaveMade) {
+    const struct {
+        const char* name;
+        std::string target;
+        fs::perms folder, targetFolder;
+        bool isFollowed;
+        bool isRoots = true;
+    } rows[] = {
+        {"absolute", "/disk/there", fs::perms(0755), fs::perms(0700), true},
+        {"relative", "../disk/./there", fs::perms(0755), fs::perms(0700), true},
+        {"to another link", "/disk/link", fs::perms(0755), fs::perms(0700), true},
+        {"to another link in a folder of everyone's", "/disk/link", fs::perms(0755), fs::perms(01777), false},
+        {"to a folder of everyone's", "/disk/there", fs::perms(0755), fs::perms(0777), true},
+        {"in a group's folder", "/disk/there", fs::perms(0775), fs::perms(0700), false},
+        {"in everyone's folder", "/disk/there", fs::perms(01777), fs::perms(0700), false},
+        {"somebody else's", "/disk/there", fs::perms(0755), fs::perms(0700), geteuid() != 0, false},
+        {"to itself", "/Users/ann", fs::perms(0755), fs::perms(0700), false},
+        {"to a file", "/disk/there/file", fs::perms(0755), fs::perms(0700), false},
+    };
+
+    fs::create_directories(root.at("/Users"));
+    root.write("/disk/there/file", "content");
+    fs::create_directory_symlink("there", root.at("/disk/link"));
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::create_directory_symlink(row.target, root.at("/Users/ann"));
+        if (!row.isRoots) {
+            EXPECT_EQ(lchown(root.at("/Users/ann").c_str(), 12345, 12345) == 0, geteuid() == 0);
+        }
+        fs::permissions(root.at("/Users"), row.folder);
+        fs::permissions(root.at("/disk"), row.targetFolder);
+        const auto followed = [&](auto text) { return row.isFollowed ? std::optional(text) : std::nullopt; };
+        EXPECT_EQ(files::read("/Users/ann/file"), followed(std::string("content")));
+        EXPECT_EQ(files::list("/Users/ann").size(), row.isFollowed ? 1U : 0U);
+        EXPECT_EQ(files::createFolders("/Users/ann/new"), row.isFollowed);
+        EXPECT_EQ(files::setPermissions("/Users/ann", 0755), row.isFollowed);
+        EXPECT_FALSE(files::createFolders("/Users/ann/file/new"));
+        fs::remove(root.at("/disk/there/new"));
+        fs::remove(root.at("/Users/ann"));
+    }
+}
+
+TEST_F(Files, ThatCannotBeReachedAreToldOfOnce) {
+    fs::create_directory_symlink(outside.path(), root.at(folder + "/elsewhere"));
+    testing::internal::CaptureStderr();
+    files::replace(folder + "/elsewhere/a", "", Durability::cached);
+    files::replace(folder + "/elsewhere/b", "", Durability::cached);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "files: " + folder +
+                  "/elsewhere can't be reached (Not a directory); a link on the way must be root's, in a "
+                  "folder that root alone may write\n");
+}
+
+TEST_F(Files, OfKilledWritersAreRemoved) {
+    fs::create_directory(root.at(folder + "/ann"));
+    const std::string left = "/.havrel-0123456789abcdef0123456789abcdef";
+    root.write(folder + left, "left");
+    root.write(folder + "/ann" + left, "left");
+    root.write(folder + left + "1", "being written");
+    root.write(item, "item");
+    outside.write(left, "outside");
+    fs::create_directory_symlink(outside.path(), root.at(folder + "/linked"));
+    const platform::Descriptor writer(open(root.at(folder + left + "1").c_str(), O_WRONLY));
+    EXPECT_EQ(flock(writer.get(), LOCK_EX), 0);
+    files::removeTemporaries(folder);
+    EXPECT_THAT(files::list(folder), ElementsAre(left.substr(1) + "1", "ann", "item", "linked"));
+    EXPECT_THAT(files::list(folder + "/ann"), testing::IsEmpty());
+    EXPECT_TRUE(outside.has(left));
 }
 
 TEST_F(Files, AreReachedThroughALinkAboveTheRootAndOnLongPaths) {

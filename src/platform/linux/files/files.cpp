@@ -1,11 +1,13 @@
 // Between any two system calls a local user may exchange whatever lies in the product's folders for a link, a pipe or
-// somebody else's file. So a path is walked once, name by name through descriptors that refuse links. All work is then
-// done on the folder that was reached and one name in it, and what was opened is judged by its descriptor.
+// somebody else's file. So a path is walked once, name by name through descriptors, and links are followed only where
+// nobody but the administrator can have made them. All work is then done on the folder that was reached and one name in
+// it, and what was opened is judged by its descriptor.
 #include "platform/files.h"
 
 #include "foundation/deployment.h"
 #include "foundation/diagnostics.h"
 #include "foundation/format.h"
+#include "foundation/text.h"
 #include "platform/linux/files/descriptor.h"
 #include "platform/linux/files/folders.h"
 #include "platform/linux/files/system_files.h"
@@ -13,14 +15,17 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <shared_mutex>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace platform::files {
@@ -30,6 +35,13 @@ namespace {
 constexpr mode_t fileMode = 0644;
 constexpr mode_t folderMode = 0755;
 constexpr mode_t permissionBits = 0777;
+constexpr mode_t othersMayWrite = S_IWGRP | S_IWOTH;
+
+/// How many links a path may lead through, as for the kernel.
+constexpr int mostLinks = 40;
+
+/// What the names of temporary files begin with.
+constexpr std::string_view temporaryPrefix = ".havrel-";
 
 /// How many folders a walk holds open at once.
 constexpr std::size_t deepestWalk = 128;
@@ -73,24 +85,93 @@ Descriptor enter(const Descriptor& folder, const std::string& name) {
     return openAt(folder.get(), name, O_PATH | O_DIRECTORY);
 }
 
-/// The names on a path; nullopt when it is not absolute, has a ".." or a zero byte, where system calls would cut it.
+/// The names on a path, without "." and empty ones.
+std::vector<std::string> split(std::string_view path) {
+    std::vector<std::string> names = text::split(path, "/");
+    std::erase_if(names, [](const std::string& name) { return name.empty() || name == "."; });
+    return names;
+}
+
+/// The same; nullopt when it is not absolute, has a ".." or a zero byte, where system calls would cut it.
 std::optional<std::vector<std::string>> namesOn(std::string_view path) {
-    if (!path.starts_with('/') || path.find('\0') != std::string_view::npos) {
+    auto names = split(path);
+    const bool goesUp = std::find(names.begin(), names.end(), "..") != names.end();
+    if (!path.starts_with('/') || goesUp || path.find('\0') != std::string_view::npos) {
         return std::nullopt;
     }
-    std::vector<std::string> names;
-    for (std::size_t start = 1; start < path.size();) {
-        const std::size_t end = std::min(path.find('/', start), path.size());
-        const std::string_view name = path.substr(start, end - start);
-        if (name == "..") {
-            return std::nullopt;
-        }
-        if (!name.empty() && name != ".") {
-            names.emplace_back(name);
-        }
-        start = end + 1;
-    }
     return names;
+}
+
+bool belongsToRoot(const Facts& facts) { return facts.st_uid == 0 || facts.st_uid == ::geteuid(); }
+
+bool onlyRootMayWrite(const Descriptor& folder) {
+    Facts facts{};
+    return ::fstat(folder.get(), &facts) == 0 && belongsToRoot(facts) && (facts.st_mode & othersMayWrite) == 0;
+}
+
+/// Where a link of root's leads; nullopt when it is something else.
+std::optional<std::string> targetOf(const Descriptor& folder, const std::string& name) {
+    const Descriptor link = openAt(folder.get(), name, O_PATH);
+    Facts facts{};
+    if (!link || ::fstat(link.get(), &facts) != 0 || !S_ISLNK(facts.st_mode) || !belongsToRoot(facts)) {
+        return std::nullopt;
+    }
+    std::string target(PATH_MAX, '\0');
+    const ssize_t length = ::readlinkat(link.get(), "", target.data(), target.size());
+    target.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    return target;
+}
+
+enum class Missing { fails, created };
+
+/// A folder that is not there yet. The process's umask does not apply.
+Descriptor create(const Descriptor& folder, const std::string& name) {
+    if (::mkdirat(folder.get(), name.c_str(), folderMode) == 0) {
+        if (const Descriptor created = openAt(folder.get(), name, O_RDONLY | O_DIRECTORY)) {
+            ::fchmod(created.get(), folderMode);
+        }
+    }
+    return enter(folder, name);
+}
+
+/// The folder at the end of the names; empty with `errno` set when one of them can't be entered. Links are followed as
+/// long as root alone may write in every folder on the way. Nothing is asked of a folder before `mayEnter` allows it.
+Descriptor walk(std::vector<std::string> names, Missing missing = Missing::fails, const MayEnter& mayEnter = {}) {
+    const auto isRefused = [&](const Descriptor& folder) { return folder && mayEnter && !mayEnter(folder); };
+    std::reverse(names.begin(), names.end());
+    Descriptor folder = openRoot();
+    bool isGuarded = true;
+    int links = 0;
+    while (folder && !names.empty()) {
+        if (isRefused(folder)) {
+            return {};
+        }
+        const std::string name = std::move(names.back());
+        names.pop_back();
+        isGuarded = isGuarded && onlyRootMayWrite(folder);
+        Descriptor next = enter(folder, name);
+        if (!next && errno == ENOENT && missing == Missing::created) {
+            next = create(folder, name);
+        }
+        const int error = errno;
+        if (const auto target = !next && isGuarded ? targetOf(folder, name) : std::nullopt) {
+            const auto onward = split(*target);
+            names.insert(names.end(), onward.rbegin(), onward.rend());
+            if (++links <= mostLinks) {
+                next = target->starts_with('/') ? openRoot() : std::move(folder);
+            }
+        }
+        errno = error;
+        folder = std::move(next);
+    }
+    return isRefused(folder) ? Descriptor() : std::move(folder);
+}
+
+/// Opened for reading; empty when it can't be.
+Descriptor openFolder(const std::string& path) {
+    auto names = namesOn(path);
+    const Descriptor folder = names ? walk(*std::move(names)) : Descriptor();
+    return folder ? openAt(folder.get(), ".", O_RDONLY | O_DIRECTORY) : Descriptor();
 }
 
 /// An open folder and a name in it, which need not exist.
@@ -100,18 +181,17 @@ struct Place {
 };
 
 std::optional<Place> locate(const std::string& path) {
-    const auto names = namesOn(path);
+    auto names = namesOn(path);
     if (!names) {
         return std::nullopt;
     }
-    Descriptor folder = openRoot();
-    if (names->empty()) {
-        return folder ? std::optional(Place{std::move(folder), "."}) : std::nullopt;
+    std::string last = ".";
+    if (!names->empty()) {
+        last = std::move(names->back());
+        names->pop_back();
     }
-    for (auto name = names->begin(); folder && name + 1 != names->end(); ++name) {
-        folder = enter(folder, *name);
-    }
-    return folder ? std::optional(Place{std::move(folder), names->back()}) : std::nullopt;
+    Descriptor folder = walk(*std::move(names));
+    return folder ? std::optional(Place{std::move(folder), std::move(last)}) : std::nullopt;
 }
 
 /// Of a link itself, not of its target; nullopt with `errno` set when there is nothing.
@@ -134,20 +214,23 @@ std::string unguessableName() {
     if (retried([&] { return ::getrandom(bytes.data(), bytes.size(), 0); }) != static_cast<ssize_t>(bytes.size())) {
         return {};
     }
-    std::string name = ".havrel-";
+    std::string name(temporaryPrefix);
     for (const unsigned char byte : bytes) {
         name += text::format("%02x", byte);
     }
     return name;
 }
 
-/// A new file in the same folder as the one that it is to replace; removed unless it did.
+/// A new file in the same folder as the one that it is to replace; removed unless it did. Locked as long as it lives.
 class Temporary {
   public:
-    explicit Temporary(const Place& place)
-        : place_(place)
-        , name_(unguessableName())
-        , file_(openAt(place.folder.get(), name_, O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR)) {}
+    explicit Temporary(const Place& place) : place_(place) {
+        // Until it is locked, a process that starts may take it for a killed one's; then another one is made.
+        do {
+            name_ = unguessableName();
+            file_ = openAt(place.folder.get(), name_, O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+        } while (file_ && isTakenAway());
+    }
 
     ~Temporary() {
         if (file_) {
@@ -188,6 +271,12 @@ class Temporary {
     }
 
   private:
+    bool isTakenAway() {
+        const bool isLockedByOther = ::flock(file_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        Facts facts{};
+        return isLockedByOther || (::fstat(file_.get(), &facts) == 0 && facts.st_nlink == 0);
+    }
+
     const Place& place_;
     std::string name_;
     Descriptor file_;
@@ -201,28 +290,13 @@ void flushFolder(const Place& place) {
     }
 }
 
-/// The process's umask does not apply.
-Descriptor enterOrCreate(const Descriptor& folder, const std::string& name) {
-    Descriptor existing = enter(folder, name);
-    if (existing || errno != ENOENT) {
-        return existing;
-    }
-    if (::mkdirat(folder.get(), name.c_str(), folderMode) == 0) {
-        if (const Descriptor created = openAt(folder.get(), name, O_RDONLY | O_DIRECTORY)) {
-            ::fchmod(created.get(), folderMode);
-        }
-    }
-    return enter(folder, name);
-}
-
 struct CloseFolder {
     void operator()(DIR* folder) const { ::closedir(folder); }
 };
 
 using Folder = std::unique_ptr<DIR, CloseFolder>;
 
-Folder openFolder(int parent, const std::string& name) {
-    Descriptor descriptor = openAt(parent, name, O_RDONLY | O_DIRECTORY);
+Folder opened(Descriptor descriptor) {
     Folder folder(descriptor ? ::fdopendir(descriptor.get()) : nullptr);
     if (folder) {
         descriptor.release();
@@ -260,6 +334,26 @@ std::optional<OpenFile> openRegularFile(const std::string& path) {
     return OpenFile{std::move(file), static_cast<std::uint64_t>(facts.st_size)};
 }
 
+enum class Below { left, searched };
+
+/// Removes the temporary files that nobody has locked, in a folder and, if asked for, in the folders in it.
+void removeTemporaries(Descriptor descriptor, Below below) {
+    const Folder folder = opened(std::move(descriptor));
+    while (const auto name = folder ? nextName(folder) : std::nullopt) {
+        const int parent = ::dirfd(folder.get());
+        if (!name->starts_with(temporaryPrefix)) {
+            if (below == Below::searched) {
+                removeTemporaries(openAt(parent, *name, O_RDONLY | O_DIRECTORY), Below::left);
+            }
+            continue;
+        }
+        const Descriptor file = openAt(parent, *name, O_RDONLY | O_NONBLOCK);
+        if (file && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
+            ::unlinkat(parent, name->c_str(), 0);
+        }
+    }
+}
+
 } // namespace
 
 bool exists(const std::string& path) { return factsOf(path).has_value(); }
@@ -282,6 +376,8 @@ bool replace(const std::string& path, std::string_view content, Durability durab
     const std::shared_lock writing(writes);
     const auto place = locate(path);
     if (!place) {
+        reportOnce(path.substr(0, path.rfind('/')) + " can't be reached (" + std::generic_category().message(errno) +
+                   "); a link on the way must be root's, in a folder that root alone may write");
         return false;
     }
     const auto old = factsOf(*place);
@@ -316,23 +412,15 @@ bool createEmpty(const std::string& path) {
 }
 
 bool createFolders(const std::string& path) {
-    const auto names = namesOn(path);
-    Descriptor folder = names ? openRoot() : Descriptor();
-    if (!folder) {
-        return false;
-    }
-    return std::all_of(names->begin(), names->end(), [&](const std::string& name) {
-        folder = enterOrCreate(folder, name);
-        return static_cast<bool>(folder);
-    });
+    auto names = namesOn(path);
+    return names && walk(*std::move(names), Missing::created);
 }
 
 bool setPermissions(const std::string& path, unsigned mode) {
-    const auto place = locate(path);
-    if (!place) {
-        return false;
+    Descriptor item = openFolder(path);
+    if (const auto place = item ? std::nullopt : locate(path)) {
+        item = openAt(place->folder.get(), place->name, O_RDONLY | O_NONBLOCK);
     }
-    const Descriptor item = openAt(place->folder.get(), place->name, O_RDONLY | O_NONBLOCK);
     Facts facts{};
     if (!item || ::fstat(item.get(), &facts) != 0) {
         return false;
@@ -342,6 +430,8 @@ bool setPermissions(const std::string& path, unsigned mode) {
     return ours && ::fchmod(item.get(), mode) == 0;
 }
 
+void removeTemporaries(const std::string& path) { removeTemporaries(openFolder(path), Below::searched); }
+
 bool remove(const std::string& path) {
     const auto place = locate(path);
     return place && ::unlinkat(place->folder.get(), place->name.c_str(), 0) == 0;
@@ -349,21 +439,17 @@ bool remove(const std::string& path) {
 
 std::vector<std::string> list(const std::string& path) {
     std::vector<std::string> names;
-    const auto place = locate(path);
-    const Folder folder = place ? openFolder(place->folder.get(), place->name) : nullptr;
-    if (folder) {
-        while (auto name = nextName(folder)) {
-            names.push_back(*std::move(name));
-        }
+    const Folder folder = opened(openFolder(path));
+    while (auto name = folder ? nextName(folder) : std::nullopt) {
+        names.push_back(*std::move(name));
     }
     std::sort(names.begin(), names.end());
     return names;
 }
 
 void walkVisible(const std::string& path, const std::function<void(std::uint64_t bytes)>& visit) {
-    const auto place = locate(path);
     std::vector<Folder> open;
-    if (auto outermost = place ? openFolder(place->folder.get(), place->name) : nullptr) {
+    if (auto outermost = opened(openFolder(path))) {
         open.push_back(std::move(outermost));
     }
     while (!open.empty()) {
@@ -380,7 +466,7 @@ void walkVisible(const std::string& path, const std::function<void(std::uint64_t
         const bool known = ::fstatat(folder, name->c_str(), &facts, AT_SYMLINK_NOFOLLOW) == 0;
         visit(known ? static_cast<std::uint64_t>(facts.st_size) : 0);
         if (known && S_ISDIR(facts.st_mode) && open.size() < deepestWalk) {
-            if (auto inner = openFolder(folder, *name)) {
+            if (auto inner = opened(openAt(folder, *name, O_RDONLY | O_DIRECTORY))) {
                 open.push_back(std::move(inner));
             }
         }
@@ -391,19 +477,9 @@ void walkVisible(const std::string& path, const std::function<void(std::uint64_t
 
 namespace platform {
 
-Descriptor reachFolder(const std::string& path, const std::function<bool(const Descriptor&)>& mayEnter) {
-    const auto names = files::namesOn(path);
-    if (!names) {
-        return {};
-    }
-    Descriptor folder = files::openRoot();
-    for (const std::string& name : *names) {
-        if (!folder || !mayEnter(folder)) {
-            return {};
-        }
-        folder = files::enter(folder, name);
-    }
-    return folder && mayEnter(folder) ? std::move(folder) : Descriptor();
+Descriptor reachFolder(const std::string& path, const MayEnter& mayEnter) {
+    auto names = files::namesOn(path);
+    return names ? files::walk(*std::move(names), files::Missing::fails, mayEnter) : Descriptor();
 }
 
 } // namespace platform

@@ -8,9 +8,11 @@
 
 namespace platform {
 
-/// Opens a folder at an absolute path below HAVREL_ROOT for its place alone (O_PATH); empty when it is no folder
-/// or a link is on the way, or when `mayEnter` refuses it or a folder above it. Nothing is asked of a folder before
-/// that.
-Descriptor reachFolder(const std::string& path, const std::function<bool(const Descriptor&)>& mayEnter);
+/// Asked of each folder on a way, the last one included, before anything is asked of that folder itself.
+using MayEnter = std::function<bool(const Descriptor&)>;
+
+/// Opens a folder below HAVREL_ROOT for its place alone (O_PATH), links on the way followed as platform/files.h says;
+/// empty when it can't be reached or `mayEnter` refuses it or a folder above it.
+Descriptor reachFolder(const std::string& path, const MayEnter& mayEnter);
 
 } // namespace platform
