@@ -3,6 +3,7 @@
 #include "daemon/ProcessEnd.h"
 #include "foundation/diagnostics.h"
 #include "foundation/format.h"
+#include "foundation/property_list.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
 #include "platform/processes.h"
@@ -202,7 +203,8 @@ void HVLAutoUninstaller::startTimerForPublicIPCheck() {
 }
 
 void HVLAutoUninstaller::checkHostPublicIpEveryHour() {
-    const std::string address = HVLIPAddressUtil::externalIPAddress();
+    // As it will be read back: an answer that is stored with less in it would count as a new address every hour.
+    const std::string address = platform::property_list::storable(HVLIPAddressUtil::externalIPAddress());
     if (address == HVLIPAddressUtil::fallbackAddress) {
         return;
     }

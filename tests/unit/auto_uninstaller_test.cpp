@@ -44,6 +44,7 @@ TEST_F(AutoUninstaller, TellsOfANewPublicAddressOnceAnHour) {
         {"changed", known, local, true, "1.2.3.4", "5.6.7.8", 1},
         {"changed, not configured", known, local, false, "1.2.3.4", "5.6.7.8", 0},
         {"as before", known, local, true, "5.6.7.8", "5.6.7.8", 0},
+        {"as before, as far as it is stored", R"({"remoteIp":"5.6.7.8\u0001"})", local, true, "5.6.7.8", "5.6.7.8", 0},
         {"no usable answer", "{}", local, true, "1.2.3.4", "10.0.0.5", 1},
         {"no answer, no interface", "", {}, true, "1.2.3.4", "1.2.3.4", 0},
     };
