@@ -65,9 +65,9 @@ void load(const Packaging& packaging) {
         return;
     }
     const auto output = processes::runTask("/bin/sh", {packaging.loaderScript}, processes::Capture::standardError);
-    const auto complaint = text::decodeUtf8(output.standardError);
-    HVLLogger::instance().logString(text::format("output:%@", complaint));
-    if (complaint && complaint->find("/Library/Extensions/HavrelSound.kext failed to load") != std::string::npos) {
+    HVLLogger::instance().logString(text::format("output:%@", text::decodeUtf8(output.standardError)));
+    // Looked for in the bytes: what else the script writes need not be UTF-8.
+    if (output.standardError.find("/Library/Extensions/HavrelSound.kext failed to load") != std::string::npos) {
         HVLLogger::instance().logString("Sound Driver not loaded Show kext Extension allow dialog");
         distributed_center::post("KEXTALLOWDIALOG");
     } else {

@@ -19,8 +19,9 @@ TaskOutput run(const std::string& command) {
     using namespace platform::processes;
     try {
         TaskOutput output = runTask("/bin/bash", {"-c", command}, Capture::both);
-        return {text::decodeUtf8(output.standardOutput).value_or(""),
-                text::decodeUtf8(output.standardError).value_or("")};
+        // Of standard error it only matters whether there is any, UTF-8 or not.
+        output.standardOutput = text::decodeUtf8(output.standardOutput).value_or("");
+        return output;
     } catch (const platform::Exception& exception) {
         // Without a shell the tool can't be run, which callers see as an error of the tool.
         return {"", exception.what()};

@@ -29,6 +29,7 @@ TEST_F(SleepTimer, IsReadFromTheToolsWords) {
         {"not UTF-8", {"\xff Computer Sleep: after 10 minutes", ""}, never},
         {"an error", {"", "You need administrator access\n"}, failed},
         {"minutes and a warning", {"Computer Sleep: after 10 minutes\n", "warning"}, failed},
+        {"minutes and an error that is not UTF-8", {"Computer Sleep: after 10 minutes\n", "\xff"}, failed},
     };
 
     for (const auto& row : cases) {
@@ -52,6 +53,7 @@ TEST_F(SleepTimer, IsSetAsMinutesOrNever) {
         {180, "180", {"", ""}, false},
         {181, "Never", {"set", ""}, true},
         {UINT64_MAX, "Never", {"set", "no"}, false},
+        {10, "10", {"set", "\xff"}, false},
     };
 
     for (const auto& row : cases) {
