@@ -176,6 +176,7 @@ TEST_F(Chmod, CannotBeLedOutByExchangingItsEntries) {
         ++rounds;
     }
     EXPECT_EQ(mode("/canary"), 0600U) << "in round " << rounds;
+    EXPECT_EQ(mode("/tree"), 0777U);
     EXPECT_GT(attacker.exchanges(), 100U);
 }
 
