@@ -22,7 +22,7 @@ struct TaskOutput {
 enum class Capture { standardOutput, standardError, both };
 
 /// Runs a program until its captured outputs have ended, then waits for it. `program` is looked up on PATH when it has
-/// no "/". Throws platform::Exception when it can't be started.
+/// no "/". To a task, "ps -A" shows the paths of programs. Throws platform::Exception when it can't be started.
 TaskOutput runTask(const std::string& program, const std::vector<std::string>& arguments, Capture capture);
 
 /// Starts a program whose path lies below HAVREL_ROOT and returns while it runs. It outlives this process; init reaps

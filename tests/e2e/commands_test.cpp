@@ -93,8 +93,10 @@ TEST_F(CommandTest, RunExactlyTheirToolsAndLeaveTheirTraces) {
     // It runs until the test's folder is removed: nobody may wait for it.
     trial::writeProgram(machine.root.at(updater), "#!/bin/sh\necho once >> '" + started.string() +
                                                       "'\nwhile [ -e \"$0\" ]; do sleep 0.1; done\n");
-    const trial::DaemonProcess runningUpdater("/bin/sh", {}, machine.root.folder(), "running",
-                                              {"-c", "sleep 600; :", updater});
+    const std::string running = "/running" + updater;
+    machine.root.write(running, trial::readFile("/bin/sleep"));
+    std::filesystem::permissions(machine.root.at(running), std::filesystem::perms::all);
+    const trial::DaemonProcess runningUpdater(machine.root.at(running), {}, machine.root.folder(), "running", {"600"});
     const std::string never = R"(echo "Computer Sleep: Never"; echo "Display Sleep: Never")";
     const std::string on = "HVLHelper : EnableAction : Called";
     const std::string off = "HVLHelper : DisableAction : Called";

@@ -122,6 +122,29 @@ TEST_F(LinuxTools, KextloadLoadsASoundModule) {
     });
 }
 
+TEST_F(LinuxTools, PsShowsTheProductsProgramsByTheirPathsAndOthersByTheirNames) {
+    const std::string program = root.at("/Library/App Support/Updater").string();
+    for (const std::string& folder : {"/Library/App Support", "/elsewhere/Library/App Support"}) {
+        root.write(folder + "/Updater", trial::readFile("/bin/sleep"));
+        std::filesystem::permissions(root.at(folder + "/Updater"), std::filesystem::perms::all);
+    }
+    // Runs a command and lists it as soon as it runs what it is to run.
+    const auto listing = [](const std::string& command, const std::string& runs) {
+        return "{ bash -c \"exec " + command + " 60\" & until [ /proc/$!/exe -ef \"" + runs +
+               "\" ]; do :; done; ps -A | sed -n \"s/^$! [^ ]* [^ ]* //p\"; kill $!; }";
+    };
+    const std::string other = root.at("/elsewhere/Library/App Support/Updater").string();
+    expectEach({
+        {.name = "the program", .commandLine = listing("'" + program + "'", program), .output = program + "\n"},
+        {.name = "its name only",
+         .commandLine = listing("-a '" + program + "' /bin/sleep", "/bin/sleep"),
+         .output = "sleep\n"},
+        {.name = "a path that ends like its own",
+         .commandLine = listing("'" + other + "'", other),
+         .output = "Updater\n"},
+    });
+}
+
 TEST_F(LinuxTools, PsShowsGraphicalSessionsAsLoginWindows) {
     expectEach({
         {.name = "one of two sessions",

@@ -108,6 +108,17 @@ TEST_F(Processes, TasksAreReadToTheEndOfTheirOutputs) {
     EXPECT_THROW(processes::runTask("/nowhere/at/all", {}, Capture::both), Exception);
 }
 
+TEST_F(Processes, TasksListProgramsNotTheNamesThatProcessesTake) {
+    setenv("PS_FORMAT", "pid,args", 1);
+    const auto listed = processes::runTask("/bin/bash",
+                                           {"-c", "(exec -a /impostor sleep 60) & "
+                                                  "until grep -q /impostor /proc/$!/cmdline; do :; done; "
+                                                  "ps -A | grep \"^ *$! \"; kill -9 $!"},
+                                           Capture::standardOutput);
+    unsetenv("PS_FORMAT");
+    EXPECT_THAT(listed.standardOutput, EndsWith("/sleep\n"));
+}
+
 TEST_F(Processes, ChildrenInheritNeitherSignalsNorDescriptors) {
     const Descriptor leak(fcntl(STDERR_FILENO, F_DUPFD, 100));
     sigset_t all;

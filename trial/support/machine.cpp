@@ -61,7 +61,6 @@ Environment Machine::environment() const {
             {"HAVREL_CA_FILE", authority.file()},
             {"HAVREL_ROOT", root.path()},
             {"PATH", tools.searchPath()},
-            {"PS_FORMAT", "pid,tty,time,args"},
             {"HAVREL_WEB_SERVICE_HOST", service.host()},
             {"HAVREL_API_HOST", apiHost()},
             {"HAVREL_STATIC_HOST", "static.invalid"},

@@ -33,6 +33,20 @@ std::vector<char*> execVector(const std::vector<std::string>& words) {
     return pointers;
 }
 
+std::vector<std::string> environmentWith(const std::string& assignment) {
+    const std::string_view name = std::string_view(assignment).substr(0, assignment.find('=') + 1);
+    std::vector<std::string> environment;
+    for (char** own = environ; own != nullptr && *own != nullptr; ++own) {
+        if (name.empty() || !std::string_view(*own).starts_with(name)) {
+            environment.emplace_back(*own);
+        }
+    }
+    if (!name.empty()) {
+        environment.push_back(assignment);
+    }
+    return environment;
+}
+
 /// What posix_spawn sets up in the child before the program runs.
 class SpawnPlan {
   public:
@@ -100,12 +114,16 @@ std::string_view readSome(int descriptor, Buffer& buffer) {
     return {buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0))};
 }
 
-Child::Child(const std::string& program, const std::vector<std::string>& arguments, const Outputs& outputs) {
+Child::Child(const std::string& program, const std::vector<std::string>& arguments, const Outputs& outputs,
+             const std::string& assignment) {
     std::vector<std::string> words{program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     const auto line = execVector(words);
+    const auto assignments = environmentWith(assignment);
+    const auto environment = execVector(assignments);
     const SpawnPlan plan(outputs);
-    const int error = ::posix_spawnp(&pid_, program.c_str(), plan.actions(), plan.attributes(), line.data(), environ);
+    const int error =
+        ::posix_spawnp(&pid_, program.c_str(), plan.actions(), plan.attributes(), line.data(), environment.data());
     if (error != 0) {
         pid_ = -1;
         fail(program, error);

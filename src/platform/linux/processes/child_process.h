@@ -36,8 +36,10 @@ struct Outputs {
 /// this process only.
 class Child {
   public:
-    /// `program` is looked up on PATH when it has no "/". Throws platform::Exception when it can't be started.
-    Child(const std::string& program, const std::vector<std::string>& arguments, const Outputs& outputs = {});
+    /// `program` is looked up on PATH when it has no "/". Its environment is this process's own with one more
+    /// assignment ("NAME=value") if that is not empty. Throws platform::Exception when it can't be started.
+    Child(const std::string& program, const std::vector<std::string>& arguments, const Outputs& outputs = {},
+          const std::string& assignment = {});
     /// Kills the child unless it was waited for.
     ~Child();
     Child(const Child&) = delete;

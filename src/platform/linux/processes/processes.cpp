@@ -23,6 +23,10 @@ using child_process::Pipe;
 /// What is kept of each output of a task.
 constexpr std::size_t taskLimit = std::size_t{16} << 20;
 
+/// Tasks ask "ps -A" which programs run. A process can give itself any name; what is shown instead, the path of its
+/// program, the kernel knows.
+constexpr auto listingFormat = "PS_FORMAT=pid,tty,time,exe";
+
 /// Reads both to their ends, in whatever order they write; below 0 is none.
 TaskOutput readToEnds(int standardOutput, int standardError) {
     TaskOutput written;
@@ -67,7 +71,7 @@ int system(const std::string& commandLine) {
 TaskOutput runTask(const std::string& program, const std::vector<std::string>& arguments, Capture capture) {
     Pipe out = capture == Capture::standardError ? Pipe{} : child_process::makePipe();
     Pipe error = capture == Capture::standardOutput ? Pipe{} : child_process::makePipe();
-    Child child(program, arguments, {out.writer.get(), error.writer.get()});
+    Child child(program, arguments, {out.writer.get(), error.writer.get()}, listingFormat);
     out.writer.reset();
     error.writer.reset();
     TaskOutput written = readToEnds(out.reader.get(), error.reader.get());
