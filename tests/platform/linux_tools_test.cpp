@@ -124,13 +124,13 @@ TEST_F(LinuxTools, KextloadLoadsASoundModule) {
 
 TEST_F(LinuxTools, PsShowsTheProductsProgramsByTheirPathsAndOthersByTheirNames) {
     const std::string program = root.at("/Library/App Support/Updater").string();
-    for (const std::string& folder : {"/Library/App Support", "/elsewhere/Library/App Support"}) {
+    for (const std::string folder : {"/Library/App Support", "/elsewhere/Library/App Support"}) {
         root.write(folder + "/Updater", trial::readFile("/bin/sleep"));
         std::filesystem::permissions(root.at(folder + "/Updater"), std::filesystem::perms::all);
     }
     // Runs a command and lists it as soon as it runs what it is to run.
     const auto listing = [](const std::string& command, const std::string& runs) {
-        return "{ bash -c \"exec " + command + " 60\" & until [ /proc/$!/exe -ef \"" + runs +
+        return "{ /bin/bash -c \"exec " + command + " 60\" & until [ /proc/$!/exe -ef \"" + runs +
                "\" ]; do :; done; ps -A | sed -n \"s/^$! [^ ]* [^ ]* //p\"; kill $!; }";
     };
     const std::string other = root.at("/elsewhere/Library/App Support/Updater").string();
