@@ -81,7 +81,7 @@ bool LiveTrial::show() {
                     : interrupted_ ? "interrupted"
                                    : "the daemon ended with " + describeEnd(*daemon_->waitForEnd()));
     }
-    screen_.text("\n" + screen_.bold("The road has been gone to its end.") + "\n");
+    screen_.text("\n" + screen_.bold("Every step has been seen.") + "\n");
     printSteps();
     screen_.text("\n");
     return true;
@@ -89,7 +89,8 @@ bool LiveTrial::show() {
 
 bool LiveTrial::stay() {
     writeCommandScripts(machine_);
-    screen_.text("\n" + screen_.bold("It stays up; ^C ends it and removes its folder. To try, from another terminal:") +
+    screen_.text("\n" +
+                 screen_.bold("It keeps running; ^C ends it and removes its folder. To try from another terminal:") +
                  "\n\n" + commandLines(machine_, daemon_->id()));
     while (!interrupted_) {
         look();
@@ -118,7 +119,7 @@ bool LiveTrial::end() {
 
 void LiveTrial::printResults() {
     printRanking();
-    screen_.text("\n" + screen_.bold("Where it lies") + "\n\n");
+    screen_.text("\n" + screen_.bold("Files") + "\n\n");
     for (const std::string& file :
          {havrel::paths::proxies, havrel::paths::allProxies, hostPreferences, generalLog, hostLog}) {
         screen_.text("  " + machine_.root.at(file).string() + "\n");

@@ -16,7 +16,7 @@ static_assert(std::atomic<bool>::is_always_lock_free);
 constexpr int failed = 1;
 constexpr int misused = 2;
 
-/// True if the road was gone to its end and the daemon ended well.
+/// True if every step was seen and the daemon ended with status 0.
 bool goThrough(trial::LiveTrial& trial, bool stays) {
     if (!trial.show()) {
         return false;
