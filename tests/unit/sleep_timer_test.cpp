@@ -49,10 +49,8 @@ TEST_F(SleepTimer, IsSetAsMinutesOrNever) {
         TaskOutput output;
         bool succeeds;
     } cases[] = {
-        {0, "0", {"set", ""}, true},
-        {180, "180", {"", ""}, false},
-        {181, "Never", {"set", ""}, true},
-        {UINT64_MAX, "Never", {"set", "no"}, false},
+        {0, "0", {"set", ""}, true},        {180, "180", {"", ""}, false},
+        {181, "Never", {"set", ""}, true},  {UINT64_MAX, "Never", {"set", "no"}, false},
         {10, "10", {"set", "\xff"}, false},
     };
 
