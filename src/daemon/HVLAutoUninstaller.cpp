@@ -58,7 +58,7 @@ HVLAutoUninstaller::HVLAutoUninstaller() {
             "UninstallViewer", [this](const platform::Notification&) { viewerUninstallAction(); }));
     }
     sharedInstance = this;
-    startTimerForPublicIPCheck();
+    platform::diagnostics::contain("public address", [this] { startTimerForPublicIPCheck(); });
 }
 
 HVLAutoUninstaller::~HVLAutoUninstaller() {

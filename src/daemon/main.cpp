@@ -2,28 +2,45 @@
 #include "daemon/Helper.h"
 #include "daemon/ProcessEnd.h"
 #include "foundation/diagnostics.h"
-#include "logging/HVLLogger.h"
+#include "foundation/limited_report.h"
+#include "platform/clock.h"
 #include "platform/run_loop.h"
 
 #include <cstdlib>
+#include <optional>
 
 namespace {
 
-void serve() {
-    // Taken first: from here on SIGTERM and SIGINT wait for the loop, in every thread.
-    platform::RunLoop& loop = platform::RunLoop::main();
-    havrel::Helper helper;
-    helper.called();
-    havrel::HVLAutoUninstaller uninstaller;
-    platform::diagnostics::contain("trash watcher", [&] { uninstaller.launchWather(); });
-    loop.run();
-    havrel::HVLLogger::instance().logString("HavrelHelper : Called : Down");
-    havrel::endProcess(EXIT_SUCCESS);
+using platform::RunLoop;
+using platform::diagnostics::contain;
+using namespace std::chrono_literals;
+
+/// Without descriptors there is no loop; there may be some later.
+RunLoop& mainLoop() {
+    platform::LimitedReport report(1);
+    for (;;) {
+        try {
+            return RunLoop::main();
+        } catch (const std::exception& error) {
+            report(std::string("main loop: ") + error.what());
+            platform::clock::sleep(1s);
+        }
+    }
 }
 
 } // namespace
 
 int main() {
-    platform::diagnostics::contain("HavrelHelper", serve);
+    contain("signals", havrel::endProcessOnRequest);
+    RunLoop& loop = mainLoop();
+    const RunLoop::Source keepsRunning(loop); // whatever of the following fails
+    std::optional<havrel::Helper> helper;
+    contain("start-up", [&] { helper.emplace().called(); });
+    std::optional<havrel::HVLAutoUninstaller> uninstaller;
+    contain("trash watcher", [&] { uninstaller.emplace().launchWather(); });
+    contain("main loop", [&] {
+        loop.run();
+        havrel::shutDown();
+    });
     havrel::endProcess(EXIT_FAILURE);
 }

@@ -12,8 +12,8 @@ class EventLoop;
 /// `stop`, `perform` and sources are thread-safe; the rest belongs to the thread that runs the loop.
 class RunLoop {
   public:
-    /// The main thread's loop, never destroyed. The first call is made by the main thread, before it starts others:
-    /// from then on SIGTERM and SIGINT stop this loop instead of ending the process, and SIGPIPE is ignored.
+    /// The main thread's loop, never destroyed. From the first call on, SIGPIPE is ignored. Throws when the loop can't
+    /// be made; the next call then tries again.
     static RunLoop& main();
 
     /// A loop for another thread.

@@ -5,12 +5,16 @@
 #include "platform/clock.h"
 #include "platform/run_loop.h"
 #include "support/thread_shortage.h"
+#include "platform/termination.h"
 #include "trial/support/wait.h"
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <gmock/gmock.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -97,31 +101,32 @@ TEST(OperationQueue, MakesLaterTheThreadsThatItCannotMakeNow) {
 }
 
 TEST(RunLoop, StopsAfterTheCurrentCallback) {
-    struct Way {
-        std::string name;
-        Task stop;
-    };
-
-    RunLoop& loop = RunLoop::main();
+    RunLoop loop;
     const RunLoop::Source source(loop);
-    const Way ways[] = {{.name = "stop", .stop = [&] { loop.stop(); }},
-                        {.name = "SIGTERM", .stop = [] { std::raise(SIGTERM); }},
-                        {.name = "SIGINT", .stop = [] { std::raise(SIGINT); }}};
-    for (const Way& way : ways) {
-        SCOPED_TRACE(way.name);
-        int done = 0;
+    int done = 0;
+    for (int i = 0; i < 2; ++i) {
         loop.perform([&] {
-            way.stop();
             ++done;
+            loop.stop();
         });
-        loop.perform([&] {
-            way.stop();
-            ++done;
-        });
-        loop.run();
-        EXPECT_EQ(done, 1);
-        loop.run();
-        EXPECT_EQ(done, 2);
+    }
+    loop.run();
+    EXPECT_EQ(done, 1);
+    loop.run();
+    EXPECT_EQ(done, 2);
+}
+
+TEST(Termination, IsHandledOnAThreadOfItsOwnWhileTheMainThreadIsBusy) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        const auto handleInAChild = [signal] {
+            const auto mainThread = std::this_thread::get_id();
+            termination::onRequest([mainThread] { std::_Exit(std::this_thread::get_id() == mainThread ? 1 : 0); });
+            ::kill(::getpid(), signal);
+            for (;;) {
+                std::this_thread::yield();
+            }
+        };
+        EXPECT_EXIT(handleInAChild(), testing::ExitedWithCode(0), "") << signal;
     }
 }
 

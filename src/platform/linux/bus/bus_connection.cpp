@@ -1,11 +1,13 @@
 #include "platform/linux/bus/bus_connection.h"
 
 #include "foundation/diagnostics.h"
+#include "platform/clock.h"
 
 #include <cstdint>
 #include <cstdlib>
 #include <future>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace platform {
@@ -58,12 +60,45 @@ BusConnection& BusConnection::shared() {
     return connection;
 }
 
-BusConnection::BusConnection() : address_(addressSetting()), backoff_(firstPause, longestPause) {
-    EventLoop& events = eventLoop(loop_);
-    retry_ = events.timer(milliseconds{1}, [this] { onRetryTime(); });
-    afterDispatch_ = events.afterDispatch([this] { afterDispatch(); });
-    loop_.perform([this] { attempt(); });
-    thread_ = std::thread([this] { diagnostics::contain("system bus", [this] { loop_.run(); }); });
+BusConnection::BusConnection() : address_(addressSetting()), backoff_(firstPause, longestPause) { startThread(); }
+
+void BusConnection::startThread() {
+    try {
+        std::thread([this] { diagnostics::contain("system bus", [this] { serve(); }); }).detach();
+    } catch (const std::system_error& error) {
+        startFailed_(std::string("system bus: no thread: ") + error.what());
+        RunLoop::main().perform([this] {
+            startTimer_ = std::make_unique<RepeatingTimer>(RunLoop::main(), patience, [this] {
+                startTimer_.reset();
+                startThread();
+            });
+        });
+    }
+}
+
+void BusConnection::serve() {
+    while (!prepareLoop()) {
+        clock::sleep(backoff_.next());
+    }
+    backoff_.reset();
+    attempt();
+    loop_->run();
+}
+
+bool BusConnection::prepareLoop() {
+    try {
+        auto loop = std::make_unique<RunLoop>();
+        EventLoop& events = eventLoop(*loop);
+        retry_ = events.timer(milliseconds{1}, [this] { onRetryTime(); });
+        afterDispatch_ = events.afterDispatch([this] { afterDispatch(); });
+        keepsRunning_ = std::make_unique<RunLoop::Source>(*loop);
+        const std::lock_guard lock(mutex_);
+        loop_ = std::move(loop);
+        return true;
+    } catch (const std::system_error& error) {
+        startFailed_(std::string("system bus: no run loop: ") + error.what());
+        return false;
+    }
 }
 
 void BusConnection::addListener(BusListener& listener) {
@@ -79,8 +114,8 @@ std::vector<BusListener*> BusConnection::listeners() {
 void BusConnection::send(Work work) {
     const std::lock_guard lock(mutex_);
     queue_.push_back(std::move(work));
-    if (queue_.size() == 1) {
-        loop_.perform([] {}); // wakes the thread, which sends after every dispatch
+    if (loop_ && queue_.size() == 1) {
+        loop_->perform([] {}); // wakes the thread, which sends after every dispatch
     }
 }
 
@@ -153,7 +188,7 @@ void BusConnection::open() {
             return 0;
         },
         this);
-    check(sd_bus_attach_event(bus, eventLoop(loop_).get(), SD_EVENT_PRIORITY_NORMAL), "sd_bus_attach_event");
+    check(sd_bus_attach_event(bus, eventLoop(*loop_).get(), SD_EVENT_PRIORITY_NORMAL), "sd_bus_attach_event");
     check(sd_bus_start(bus), "sd_bus_start");
 }
 

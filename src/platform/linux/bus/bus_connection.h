@@ -2,6 +2,7 @@
 // nor a slow bus ever holds up a post.
 #pragma once
 
+#include "foundation/limited_report.h"
 #include "platform/linux/bus/backoff.h"
 #include "platform/linux/loop/event_loop.h"
 #include "platform/run_loop.h"
@@ -16,7 +17,6 @@
 #include <string>
 #include <string_view>
 #include <systemd/sd-bus.h>
-#include <thread>
 #include <vector>
 
 namespace platform {
@@ -54,7 +54,8 @@ class BusConnection {
     /// Sends messages. May be called once more, on a new connection.
     using Work = std::function<void(sd_bus& bus)>;
 
-    /// Never destroyed: other threads may post until the process has ended.
+    /// Never destroyed: other threads may post until the process has ended. What its thread and loop need is tried
+    /// again until it can be had; until then all work waits.
     static BusConnection& shared();
 
     /// For connections made from now on; on the present one, the listener sends what it needs by itself. It must live
@@ -85,6 +86,9 @@ class BusConnection {
     };
 
     BusConnection();
+    void startThread();
+    void serve();
+    bool prepareLoop();
     void attempt();
     void open();
     void onConnected();
@@ -102,11 +106,16 @@ class BusConnection {
     std::mutex mutex_;
     std::deque<Work> queue_;
     std::vector<BusListener*> listeners_;
+    /// nullptr until the bus thread has one.
+    std::unique_ptr<RunLoop> loop_;
     std::atomic<State> state_{State::waiting};
 
+    LimitedReport startFailed_{1};
+    /// The main loop's own; only while the bus thread can't be started.
+    std::unique_ptr<RepeatingTimer> startTimer_;
+
     // The bus thread's own.
-    RunLoop loop_;
-    RunLoop::Source keepsRunning_{loop_};
+    std::unique_ptr<RunLoop::Source> keepsRunning_;
     std::unique_ptr<sd_bus, BusRelease> bus_;
     BusSlot onConnected_;
     BusSlot onLost_;
@@ -117,8 +126,6 @@ class BusConnection {
     std::optional<std::chrono::steady_clock::time_point> connectedAt_;
     bool frontIsSent_ = false;
     bool missingIsReported_ = false;
-
-    std::thread thread_;
 };
 
 } // namespace platform

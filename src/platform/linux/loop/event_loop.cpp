@@ -25,10 +25,6 @@ int onDescriptor(sd_event_source* /*source*/, int /*descriptor*/, std::uint32_t 
     return call(callback);
 }
 
-int onSignalInfo(sd_event_source* /*source*/, const signalfd_siginfo* /*info*/, void* callback) {
-    return call(callback);
-}
-
 int onTime(sd_event_source* /*source*/, std::uint64_t /*time*/, void* callback) { return call(callback); }
 
 /// Ties the function's life to the source's: sd-event frees a source only after its callback has returned.
@@ -81,15 +77,6 @@ EventSource EventLoop::onDescriptorEvents(int descriptor, std::uint32_t events, 
     sd_event_source* source = nullptr;
     check(sd_event_add_io(event_.get(), &source, descriptor, events, onDescriptor, owned.get()), "sd_event_add_io");
     return owning(source, std::move(owned));
-}
-
-EventSource EventLoop::onSignal(int signal, Callback callback) {
-    auto owned = std::make_unique<Callback>(std::move(callback));
-    sd_event_source* source = nullptr;
-    check(sd_event_add_signal(event_.get(), &source, signal, onSignalInfo, owned.get()), "sd_event_add_signal");
-    EventSource result = owning(source, std::move(owned));
-    check(sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT), "sd_event_source_set_priority");
-    return result;
 }
 
 EventSource EventLoop::afterDispatch(Callback callback) {

@@ -50,8 +50,6 @@ class EventLoop {
     [[nodiscard]] EventSource onReadable(int descriptor, Callback callback);
     /// Calls back when the descriptor has something out of the ordinary to say (EPOLLPRI), such as a new mount table.
     [[nodiscard]] EventSource onPriority(int descriptor, Callback callback);
-    /// Goes before other sources that are ready. The signal must be blocked in every thread.
-    [[nodiscard]] EventSource onSignal(int signal, Callback callback);
     /// Calls back after every callback of another source.
     [[nodiscard]] EventSource afterDispatch(Callback callback);
     /// Set by `fireAt`. May be late by `accuracy`, so that the system can join wake-ups.

@@ -21,8 +21,6 @@ struct RunLoop::State {
     EventLoop loop;
     Descriptor wakeUp{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
     EventSource onWakeUp = loop.onReadable(wakeUp.get(), [this] { runTask(); });
-    EventSource onTerminate;
-    EventSource onInterrupt;
 
     std::mutex mutex;
     /// While there are any, `wakeUp` is readable.
@@ -43,7 +41,7 @@ struct RunLoop::State {
         wake();
     }
 
-    /// Only one, so that signals and timers get their turn in between.
+    /// Only one, so that timers get their turn in between.
     void runTask() {
         if (const auto task = nextTask()) {
             diagnostics::contain("run loop", task);
@@ -72,18 +70,9 @@ RunLoop::~RunLoop() = default;
 RunLoop& RunLoop::main() {
     // Other threads may hand over work until the process has ended.
     static RunLoop& loop = *[] {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGTERM);
-        sigaddset(&signals, SIGINT);
-        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
         std::signal(SIGPIPE, SIG_IGN); // a write to a closed pipe fails instead
         std::signal(SIGCHLD, SIG_DFL); // may be inherited as ignored, and then no child can be waited for
-        auto made = std::make_unique<RunLoop>();
-        State& state = *made->state_;
-        state.onTerminate = state.loop.onSignal(SIGTERM, [&state] { state.stop(); });
-        state.onInterrupt = state.loop.onSignal(SIGINT, [&state] { state.stop(); });
-        return made.release();
+        return new RunLoop;
     }();
     return loop;
 }
