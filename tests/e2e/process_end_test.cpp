@@ -91,6 +91,24 @@ TEST_F(ProcessEndTest, LeavesNoPingAndNoHalfMeasuredList) {
     EXPECT_EQ(machine.root.read(havrel::paths::allProxies), listed);
 }
 
+/// Without a last log line, for which there may be no descriptor.
+class ShortageTest : public DaemonTest, public testing::WithParamInterface<int> {
+  protected:
+    void TearDown() override {}
+};
+
+TEST_P(ShortageTest, DoesNotEndTheDaemon) {
+    const std::string limit = "--nofile=" + std::to_string(GetParam());
+    daemon = std::make_unique<trial::DaemonProcess>(trial::findProgram("prlimit"), machine.environment(),
+                                                    machine.root.folder(), "daemon",
+                                                    std::vector<std::string>{limit, HAVREL_DAEMON});
+    EXPECT_TRUE(trial::eventually([&] { return !daemon->diagnostics().empty(); }));
+    EXPECT_TRUE(daemon->isRunning()) << daemon->diagnostics();
+    EXPECT_EQ(daemon->terminate(), 0) << daemon->diagnostics();
+}
+
+INSTANTIATE_TEST_SUITE_P(Descriptors, ShortageTest, testing::Values(4, 5, 6, 8), testing::PrintToStringParamName());
+
 } // namespace
 
 } // namespace e2e

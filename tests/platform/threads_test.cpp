@@ -4,8 +4,8 @@
 #include "foundation/serial_queue.h"
 #include "platform/clock.h"
 #include "platform/run_loop.h"
-#include "support/thread_shortage.h"
 #include "platform/termination.h"
+#include "support/thread_shortage.h"
 #include "trial/support/wait.h"
 
 #include <algorithm>
