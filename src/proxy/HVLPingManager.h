@@ -32,8 +32,6 @@ struct PingerCycle {
     std::chrono::minutes pause{0};
     /// The counter of the next turn.
     unsigned next = 0;
-
-    bool operator==(const PingerCycle&) const = default;
 };
 
 /// The turn for a counter and the pause of the turn before; the first turn has counter 0 and is given 8 minutes.
