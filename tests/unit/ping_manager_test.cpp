@@ -68,6 +68,11 @@ TEST_F(PingManager, MeasuresWritesLogsAndPosts) {
     const Measure every = [](HVLPingManager& made) { made.startPingForAllProxies(); };
     const auto found = [](int count) { return platform::text::format("Five Best Proxies On OneHr Count - %d", count); };
 
+    const std::string refilled = "Top proxies list is empty. Helper Reupdate";
+    const std::string seven = "g3:7 a7:70 b6:60 z9:0 c5:50 d4:40 e0:30";
+    const std::string sevenThen = "g3:3 a7:70 b6:6 z9:0 c5:5 d4:4 e0:30 ";
+    const std::string sixty = downFrom(60) + "z:0 ";
+
     struct Files {
         std::string best, all;
     };
@@ -84,29 +89,12 @@ TEST_F(PingManager, MeasuresWritesLogsAndPosts) {
     const Row rows[] = {
         {"the silent keep what they had", known, {"a0:0 b0:20 c3:35 d3:0", ""}, {"c3:3 d3:3 b0:20 ", ""}, 4, true, {}},
         {"50 known are kept", known, {downFrom(51), ""}, {upTo(50), ""}, 51, true, {}},
-        {"the file keeps its order",
-         topFive,
-         {"g3:7 a7:70 b6:60 z9:0 c5:50 d4:40 e0:30", ""},
-         {"g3:3 a7:70 b6:6 z9:0 c5:5 d4:4 e0:30 ", ""},
-         5,
-         true,
-         {found(6)}},
-        {"refilled",
-         topFive,
-         {"a1:0", downFrom(60) + "z:0 "},
-         {upTo(50), downFrom(60) + "z:0 "},
-         0,
-         false,
-         {found(0), "Top proxies list is empty. Helper Reupdate"}},
+        {"the file keeps its order", topFive, {seven, ""}, {sevenThen, ""}, 5, true, {found(6)}},
+        {"refilled", topFive, {"a1:0", sixty}, {upTo(50), sixty}, 0, false, {found(0), refilled}},
         {"nothing to refill from", topFive, {"a1:0", ""}, {"a1:0 ", ""}, 0, false, {found(0)}},
-        {"50 of all answer",
-         every,
-         {"a1:1", "z0:0 " + unmeasured(50)},
-         {upTo(50), "z0:0 " + downFrom(50)},
-         51,
-         true,
-         {}},
-        {"49 of all answer", every, {"a1:1", unmeasured(49)}, {"a1:1 ", downFrom(49)}, 49, false, {}},
+        {"50 of all", every, {"a1:1", "z0:0 " + unmeasured(50)}, {upTo(50), "z0:0 " + downFrom(50)}, 51, true, {}},
+        {"49 of all", every, {"a1:1", unmeasured(49)}, {"a1:1 ", downFrom(49)}, 49, false, {}},
+        {"none of all", every, {"a1:1", "b0:0"}, {"a1:1 ", "b0:0 "}, 1, false, {}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -125,7 +113,7 @@ TEST_F(PingManager, MeasuresWritesLogsAndPosts) {
         EXPECT_EQ(manager->isPingCompleted(), row.measure != topFive);
         EXPECT_EQ(std::filesystem::exists(root.at(hostInstallMarker)), row.measure != every || !row.isPosted);
     }
-    EXPECT_EQ(manager->plistPingArray().toJSONFormat(), upTo(49)) << "too few for the file are measured all the same";
+    EXPECT_EQ(manager->plistPingArray().toJSONFormat(), "a1:1 ") << "nobody's answer replaces nothing";
 }
 
 TEST_F(PingManager, TellsWhileItMeasuresTheKnownProxies) {
@@ -205,13 +193,6 @@ TEST_F(PingManager, LeavesTheFileToTheListThatHasReplacedTheMeasuredOne) {
     manager.emplace().doPingInTimeOut(60);
     EXPECT_EQ(storedPings(proxies), "b2:20 ");
     EXPECT_EQ(manager->pingArray().toJSONFormat(), "a1:1 ");
-}
-
-TEST_F(PingManager, KeepsTheKnownProxiesWhenNobodyAnswers) {
-    store(proxies, "a1:10");
-    store(allProxies, "a0:0 b0:0");
-    manager.emplace().startPingForAllProxies();
-    EXPECT_EQ(manager->plistPingArray().toJSONFormat(), "a1:10 ");
 }
 
 TEST_F(PingManager, LeavesOutARecordThatLacksAText) {

@@ -26,14 +26,12 @@ TEST_F(ProxyList, TakesTheMinimumFromThePingSummary) {
     const Row rows[] = {
         {"less than a millisecond", " = 0.4/1.5/2.5/0.1 ms\n", "1"},
         {"no leading digit", " = .5/2/3/4 ms", "1"},
-        {"truncated to 1", " = 1.999/2/3/4 ms", "1"},
         {"truncated", " = 37.8/38/39", "37"},
         {"1 in single precision", " = 0.99999999/1", "0"},
         {"negative", " = -1.5/1", "18446744073709551615"},
         {"a second summary", " = 5/6 min/avg/max/stddev = 8/9", "5"},
         {"one figure", " = 12.5 ms", "7"},
         {"an empty figure", " =/5/6", "7"},
-        {"another title", ": 5/6/7/8 ms", "7"},
         {"not UTF-8", " = 5/6/7/8 \xff", "7"},
         {"throws", "throws", "7"},
     };
@@ -92,24 +90,14 @@ TEST_F(ProxyList, ReadsDropsSortsAndRenders) {
 
 TEST_F(ProxyList, FindsTheFirstThatMatches) {
     const List list = pings("c:1 b:2 a:3");
-    const auto c = list.objectAtIndex(0);
-    const auto b = list.objectAtIndex(1);
-    const auto a = list.objectAtIndex(2);
-    c->setHostName(std::nullopt);
-    b->setMappHostName("a");
-    EXPECT_EQ(list.findHost("a"), b);
-    EXPECT_EQ(list.findHostByIP("ip-c"), c);
-    EXPECT_EQ(list.findHostByMappedName("m-a"), a);
+    list.objectAtIndex(0)->setHostName(std::nullopt);
+    list.objectAtIndex(1)->setMappHostName("a");
+    EXPECT_EQ(list.findHost("a"), list.objectAtIndex(1));
+    EXPECT_EQ(list.findHostByIP("ip-c"), list.objectAtIndex(0));
+    EXPECT_EQ(list.findHostByMappedName("m-a"), list.objectAtIndex(2));
     EXPECT_EQ(list.findHost("B"), nullptr);
     EXPECT_EQ(list.findHost(std::nullopt), nullptr);
     EXPECT_EQ(list.findHostByIP("a"), nullptr);
-    EXPECT_EQ(list.findHostByMappedName("b"), nullptr);
-}
-
-TEST_F(ProxyList, ThrowsOutOfRange) {
-    List list = pings("c:1 b:2 a:3");
-    EXPECT_THROW(list.removeObjectsInRange(1, SIZE_MAX), platform::Exception);
-    EXPECT_THROW(List().removeLastObject(), platform::Exception);
 }
 
 TEST_F(ProxyList, WritesWhatItReads) {
@@ -176,7 +164,6 @@ TEST_F(ProxyList, FetchesComparesWritesAndTells) {
     const std::string two = head + R"(, "b": {"domain": "ip-b", "x": 1}}})";
     const std::string mapped = head + R"(, "m-b": {"domain": "ip-b"}}})";
     const std::string moved = head + R"(, "b": {"domain": "b"}}})";
-    const std::string deep = repeated("[", 200'000) + repeated("]", 200'000);
     const Row rows[] = {
         {"the same in another order", two, "b:60 P1:50", written("P1 Latency: 50", "0", "0")},
         {"one is left over", head + "}}", "P1:60 b:51", written("b Latency: 51", "1", "1")},
@@ -186,10 +173,7 @@ TEST_F(ProxyList, FetchesComparesWritesAndTells) {
         {"no answer", std::nullopt, "a:9", {"Host : ProxyList : NIL"}},
         {"not JSON", "<html>", "a:9", refused},
         {"an array", "[" + two + "]", "a:9", refused},
-        {"deep", deep, "a:9", refused},
-        {"no list", R"({"proxies":{}})", "a:9", incomplete},
         {"the list is a text", R"({"proxy_list":"P1"})", "a:9", incomplete},
-        {"a domain that is no text", R"({"proxy_list":{"P1":{"domain":1}}})", "a:9", incomplete},
         {"a proxy without domain", R"({"proxy_list":{"P1":{"domain":"b"},"c":{}}})", "a:9", incomplete},
     };
     for (const Row& row : rows) {
