@@ -37,19 +37,15 @@ std::string encode(std::string_view bytes) {
     return text;
 }
 
-std::optional<std::string> decode(std::string_view text) {
-    if (text.size() % 4 != 0) {
-        return std::nullopt;
-    }
-    const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
+std::string decodeLoosely(std::string_view text) {
     std::string bytes;
     bytes.reserve(text.size() / 4 * 3);
     std::uint32_t bits = 0;
     std::size_t count = 0;
-    for (const char digit : text.substr(0, text.size() - padding)) {
+    for (const char digit : text.substr(0, text.find('='))) {
         const std::int8_t value = values[static_cast<unsigned char>(digit)];
         if (value < 0) {
-            return std::nullopt;
+            continue;
         }
         bits = bits << 6 | static_cast<std::uint32_t>(value);
         count += 6;
@@ -58,8 +54,12 @@ std::optional<std::string> decode(std::string_view text) {
             bytes += static_cast<char>(bits >> count & 0xff);
         }
     }
-    // Bits beyond the last whole byte must be 0, so that each byte sequence has only one encoding.
-    return (bits & ((1U << count) - 1)) == 0 ? std::optional(std::move(bytes)) : std::nullopt;
+    return bytes;
+}
+
+std::optional<std::string> decode(std::string_view text) {
+    std::string bytes = decodeLoosely(text);
+    return encode(bytes) == text ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
 } // namespace platform::base64

@@ -3,10 +3,9 @@
 #include "foundation/unicode.h"
 #include "foundation/value_builder.h"
 
-#include <algorithm>
 #include <bit>
-#include <cmath>
 #include <cstdint>
+#include <limits>
 
 namespace platform::property_list {
 
@@ -37,7 +36,7 @@ std::string fromUtf16(std::string_view bytes) {
     return text::utf8(units);
 }
 
-std::optional<Value> integerOf(std::string_view bytes) {
+Value integerOf(std::string_view bytes) {
     if (bytes.size() < 8) {
         return bigEndian(bytes);
     }
@@ -45,7 +44,14 @@ std::optional<Value> integerOf(std::string_view bytes) {
     if (bytes.size() == 8) {
         return static_cast<std::int64_t>(low);
     }
-    return bigEndian(bytes.substr(0, 8)) == 0 ? std::optional<Value>(low) : std::nullopt;
+    // Of 128 bits; what 64 can't hold becomes the nearest that they can.
+    const std::uint64_t high = bigEndian(bytes.substr(0, 8));
+    const bool isNegative = high >> 63 != 0;
+    if (isNegative) {
+        const bool fits = high == ~std::uint64_t{0} && low >> 63 != 0;
+        return fits ? static_cast<std::int64_t>(low) : std::numeric_limits<std::int64_t>::min();
+    }
+    return high == 0 ? low : std::numeric_limits<std::uint64_t>::max();
 }
 
 double realOf(std::string_view bytes) {
@@ -181,10 +187,10 @@ class Reader {
     std::optional<std::string> text(const Marker& marker) const {
         const bool ascii = marker.kind == 5;
         const auto bytes = ascii || marker.kind == 6 ? slice(marker.content, marker.size, ascii ? 1 : 2) : std::nullopt;
-        if (!bytes || (ascii && std::any_of(bytes->begin(), bytes->end(), [](char c) { return (c & 0x80) != 0; }))) {
+        if (!bytes) {
             return std::nullopt;
         }
-        return ascii ? std::string(*bytes) : fromUtf16(*bytes);
+        return ascii ? text::makeValidUtf8(*bytes) : fromUtf16(*bytes);
     }
 
     std::optional<Value> scalar(const Marker& marker) const {
@@ -213,7 +219,7 @@ class Reader {
         if (marker.kind == 2 && (marker.size == 2 || marker.size == 3)) {
             return realOf(*bytes);
         }
-        if (marker.kind == 3 && marker.size == 3 && std::isfinite(realOf(*bytes))) {
+        if (marker.kind == 3 && marker.size == 3) {
             return Date{realOf(*bytes)};
         }
         return std::nullopt;

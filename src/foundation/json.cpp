@@ -1,6 +1,7 @@
 #include "foundation/json.h"
 
 #include "foundation/format.h"
+#include "foundation/limits.h"
 #include "foundation/unicode.h"
 #include "foundation/value_builder.h"
 

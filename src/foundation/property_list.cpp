@@ -7,7 +7,7 @@
 namespace platform::property_list {
 
 std::optional<Value> parse(std::string_view bytes) {
-    if (bytes.size() > documentLimit) {
+    if (bytes.size() > propertyListLimit) {
         return std::nullopt;
     }
     return isBinary(bytes) ? parseBinary(bytes) : parseXml(bytes);

@@ -203,6 +203,21 @@ std::string utf8(std::u16string_view units) {
     return text;
 }
 
+std::string fromWindows1252(std::string_view bytes) {
+    // Where the encoding is not the first 256 characters of Unicode, from 0x80.
+    static constexpr std::u16string_view special = u"\u20ac\x81\u201a\u0192\u201e\u2026\u2020\u2021"
+                                                   u"\u02c6\u2030\u0160\u2039\u0152\x8d\u017d\x8f"
+                                                   u"\x90\u2018\u2019\u201c\u201d\u2022\u2013\u2014"
+                                                   u"\u02dc\u2122\u0161\u203a\u0153\x9d\u017e\u0178";
+    std::u16string units;
+    units.reserve(bytes.size());
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        units += value >= 0x80 && value < 0xa0 ? special[value - 0x80] : static_cast<char16_t>(value);
+    }
+    return utf8(units);
+}
+
 std::string trimWhiteSpace(std::string_view text) {
     while (!text.empty() && beginsWithWhiteSpace(text)) {
         text.remove_prefix(decode(text).size);

@@ -19,6 +19,9 @@ std::string makeValidUtf8(std::string_view bytes);
 /// Without the up to three bytes at the beginning that belong to a character cut in two.
 std::string_view withoutCutCharacter(std::string_view bytes);
 
+/// Bytes of that encoding as text. The five bytes that it leaves undefined become control characters.
+std::string fromWindows1252(std::string_view bytes);
+
 /// Length in UTF-16 code units.
 std::size_t length(std::string_view text);
 /// The first `units` code units, all when there are fewer; a pair that the cut would split is left out.

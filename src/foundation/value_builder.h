@@ -2,22 +2,35 @@
 // neither cost much time or memory, nor nest so deep that walking it recursively would exhaust the stack.
 #pragma once
 
-#include "foundation/limits.h"
 #include "foundation/value.h"
 
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace platform {
 
-/// What a value read from outside may hold; the writers write no more, so that what they wrote can be read.
+/// The deepest that containers may nest in a value that is read or written.
 inline constexpr std::size_t depthLimit = 128;
-inline constexpr std::size_t nodeLimit = std::size_t{1} << 19;
-/// The bytes of all texts and data. A recoded text may be longer than its document, and a binary list may refer to the
-/// same text many times.
-inline constexpr std::size_t contentLimit = 2 * documentLimit;
+
+/// Counts what a value takes as an XML property list, or a little more. Readers and the XML writer keep the same
+/// budget, so what was read can be written and what was written can be read. Every operation takes the element's depth,
+/// 0 for the root, and returns false when the value exceeds `propertyListLimit`.
+class Budget {
+  public:
+    /// A container without its members, or a scalar that is neither text nor data.
+    bool spendElement(std::size_t depth);
+    /// A text or the name of a member, in valid UTF-8.
+    bool spendText(std::string_view text, std::size_t depth);
+    bool spendData(std::size_t bytes, std::size_t depth);
+
+  private:
+    bool spend(std::size_t size);
+
+    std::size_t spent_ = 0;
+};
 
 /// Every operation returns false when it does not fit in or exceeds a bound; then the document is to be given up.
 class ValueBuilder {
@@ -44,12 +57,10 @@ class ValueBuilder {
 
     bool open(Value container);
     bool place(Value value);
-    bool spend(std::size_t bytes);
 
     std::vector<Level> open_;
     std::optional<Value> root_;
-    std::size_t nodes_ = 0;
-    std::size_t content_ = 0;
+    Budget budget_;
 };
 
 } // namespace platform

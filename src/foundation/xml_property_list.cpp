@@ -31,6 +31,9 @@ constexpr double secondsAt(std::chrono::sys_days day) {
     return static_cast<double>(std::chrono::seconds{day - referenceDay}.count());
 }
 
+// A file of settings is not given up for one scalar that is well-formed but beyond what a value holds: a number or a
+// date becomes the nearest one, and data the bytes that are there.
+
 std::string_view withoutPlus(std::string_view text) {
     if (text.size() > 1 && text.front() == '+' && text[1] != '-') {
         text.remove_prefix(1);
@@ -44,12 +47,16 @@ std::optional<Value> readInteger(std::string_view text) {
     text.remove_prefix(negative ? 1 : 0);
     const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
     text.remove_prefix(hexadecimal ? 2 : 0);
-    const auto magnitude = text::wholeNumber<std::uint64_t>(text, hexadecimal ? 16 : 10);
-    if (!magnitude || !negative) {
-        return magnitude;
+    std::uint64_t magnitude = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), magnitude, hexadecimal ? 16 : 10);
+    if (end != text.data() + text.size() || error == std::errc::invalid_argument) {
+        return std::nullopt;
+    }
+    if (error == std::errc::result_out_of_range) {
+        magnitude = std::numeric_limits<std::uint64_t>::max();
     }
     constexpr auto lowest = std::uint64_t{1} << 63;
-    return *magnitude <= lowest ? std::optional<Value>(static_cast<std::int64_t>(0 - *magnitude)) : std::nullopt;
+    return negative ? Value(static_cast<std::int64_t>(0 - std::min(magnitude, lowest))) : Value(magnitude);
 }
 
 /// The real nearest to a number that is too large or too small for one. std::from_chars doesn't say which it is.
@@ -61,7 +68,6 @@ double nearestReal(std::string_view text) {
     return stream.fail() ? std::copysign(std::numeric_limits<double>::infinity(), number) : number;
 }
 
-/// A number beyond the range becomes the nearest real: a file of settings is not given up for it.
 std::optional<Value> readReal(std::string_view text) {
     text = withoutPlus(text);
     double number = 0;
@@ -83,21 +89,11 @@ std::optional<Value> readDate(std::string_view text) {
     const auto field = [&](std::size_t at, std::size_t size) {
         return *text::wholeNumber<unsigned>(text.substr(at, size));
     };
-    const std::chrono::year_month_day day{std::chrono::year(static_cast<int>(field(0, 4))),
-                                          std::chrono::month(field(5, 2)), std::chrono::day(field(8, 2))};
-    const unsigned hours = field(11, 2);
-    const unsigned minutes = field(14, 2);
-    const unsigned seconds = field(17, 2);
-    if (!day.ok() || hours > 23 || minutes > 59 || seconds > 59) {
-        return std::nullopt;
-    }
-    return Date{secondsAt(day) + hours * 3600.0 + minutes * 60.0 + seconds};
-}
-
-std::optional<Value> readData(std::string text) {
-    std::erase_if(text, [](char c) { return whiteSpace.find(c) != std::string_view::npos; });
-    auto bytes = base64::decode(text);
-    return bytes ? std::optional<Value>(Data{std::move(*bytes)}) : std::nullopt;
+    // A month 13, a 30th of February or a leap second lies as far beyond the month, day or minute as it says.
+    const auto month = std::chrono::year(static_cast<int>(field(0, 4))) / std::chrono::January +
+                       std::chrono::months(static_cast<int>(field(5, 2)) - 1);
+    const double days = static_cast<double>(field(8, 2)) - 1;
+    return Date{secondsAt(month / 1) + 86400 * days + 3600.0 * field(11, 2) + 60.0 * field(14, 2) + field(17, 2)};
 }
 
 /// The elements that hold a text and no other element.
@@ -110,6 +106,9 @@ constexpr std::pair<std::string_view, Leaf> leaves[] = {
 
 class Reader {
   public:
+    /// An encoding that is given goes before what the document says.
+    explicit Reader(const char* encoding) : parser_(XML_ParserCreate(encoding)) {}
+
     std::optional<Value> read(std::string_view bytes) {
         if (parser_ == nullptr) {
             throw std::bad_alloc();
@@ -117,8 +116,8 @@ class Reader {
         XML_SetUserData(parser_.get(), this);
         XML_SetElementHandler(
             parser_.get(),
-            [](void* self, const char* name, const char**) {
-                on(self, [&](Reader& reader) { return reader.start(name); });
+            [](void* self, const char* name, const char** attributes) {
+                on(self, [&](Reader& reader) { return reader.start(name, attributes); });
             },
             [](void* self, const char*) { on(self, [](Reader& reader) { return reader.end(); }); });
         XML_SetCharacterDataHandler(parser_.get(), [](void* self, const char* text, int size) {
@@ -130,8 +129,7 @@ class Reader {
                                        });
         XML_SetSkippedEntityHandler(parser_.get(),
                                     [](void* self, const char*, int) { on(self, [](Reader&) { return false; }); });
-        const bool whole =
-            XML_Parse(parser_.get(), bytes.data(), static_cast<int>(bytes.size()), XML_TRUE) == XML_STATUS_OK;
+        const bool whole = parse(bytes);
         if (exception_ != nullptr) {
             std::rethrow_exception(exception_);
         }
@@ -140,6 +138,8 @@ class Reader {
         }
         return whole ? builder_.take() : std::nullopt;
     }
+
+    bool knowsEncoding() const { return XML_GetErrorCode(parser_.get()) != XML_ERROR_UNKNOWN_ENCODING; }
 
   private:
     struct Free {
@@ -164,11 +164,34 @@ class Reader {
         }
     }
 
-    bool start(std::string_view name) {
-        if (depth_++ == 0) {
-            return name == "plist";
+    /// In pieces, so that a tag which no property list has is refused before the parser has spent much time on it.
+    bool parse(std::string_view bytes) {
+        constexpr std::size_t pieceSize = std::size_t{64} << 10;
+        std::size_t parsed = 0;
+        while (true) {
+            const std::string_view piece = bytes.substr(parsed, pieceSize);
+            parsed += piece.size();
+            const bool isLast = parsed == bytes.size();
+            if (XML_Parse(parser_.get(), piece.data(), static_cast<int>(piece.size()), isLast ? 1 : 0) !=
+                XML_STATUS_OK) {
+                return false;
+            }
+            if (isLast) {
+                return true;
+            }
+            // The parser stands at the beginning of what it needs more of.
+            if (XML_GetCurrentByteIndex(parser_.get()) + static_cast<XML_Index>(pieceSize) <
+                static_cast<XML_Index>(parsed)) {
+                return false;
+            }
         }
-        if (leaf_ != Leaf::none) {
+    }
+
+    bool start(std::string_view name, const char** attributes) {
+        if (depth_++ == 0) {
+            return name == "plist" && (attributes[0] == nullptr || attributes[2] == nullptr);
+        }
+        if (leaf_ != Leaf::none || attributes[0] != nullptr) {
             return false;
         }
         if (name == "dict") {
@@ -216,7 +239,7 @@ class Reader {
             return std::move(text_);
         }
         if (leaf == Leaf::data) {
-            return readData(std::move(text_));
+            return Data{base64::decodeLoosely(text_)};
         }
         const std::string text = text::trim(text_, whiteSpace);
         switch (leaf) {
@@ -231,7 +254,7 @@ class Reader {
         }
     }
 
-    std::unique_ptr<XML_ParserStruct, Free> parser_{XML_ParserCreate(nullptr)};
+    std::unique_ptr<XML_ParserStruct, Free> parser_;
     ValueBuilder builder_;
     std::size_t depth_ = 0;
     Leaf leaf_ = Leaf::none;
@@ -249,7 +272,7 @@ class Writer {
                 "<plist version=\"1.0\">\n";
         const bool written = write(value);
         text_ += "</plist>\n";
-        return written && text_.size() <= documentLimit ? std::optional(std::move(text_)) : std::nullopt;
+        return written ? std::optional(std::move(text_)) : std::nullopt;
     }
 
   private:
@@ -257,22 +280,22 @@ class Writer {
     bool write(const Value& value) {
         const auto writeElement = [this](const Value& element) { return write(element); };
         const auto writeMember = [this](const auto& member) {
-            return element("key", member.first) && write(member.second);
+            return writeText("key", member.first) && write(member.second);
         };
-        return value.visit([&](const Array& array) { return list("array", array, writeElement); },
-                           [&](const Dictionary& dictionary) { return list("dict", dictionary, writeMember); },
-                           [](std::nullptr_t) { return false; },
-                           [&](const std::string& words) { return element("string", words); },
-                           [&](bool flag) { return leaf(flag ? "<true/>" : "<false/>"); },
-                           [&](double real) { return element("real", realText(real)); },
-                           [&](Date date) { return element("date", dateText(date)); },
-                           [&](const Data& data) { return writeData(data.bytes); },
-                           [&](auto integer) { return element("integer", std::to_string(integer)); });
+        return value.visit(
+            [&](const Array& array) { return list("array", array, writeElement); },
+            [&](const Dictionary& dictionary) { return list("dict", dictionary, writeMember); },
+            [](std::nullptr_t) { return false; }, [&](const std::string& words) { return writeText("string", words); },
+            [&](bool flag) { return writeLine(flag ? "<true/>" : "<false/>"); },
+            [&](double real) { return writeLine("<real>" + realText(real) + "</real>"); },
+            [&](Date date) { return writeLine("<date>" + dateText(date) + "</date>"); },
+            [&](const Data& data) { return writeData(data.bytes); },
+            [&](auto integer) { return writeLine("<integer>" + std::to_string(integer) + "</integer>"); });
     }
 
     template <typename Container, typename WriteItem>
     bool list(const std::string& tag, const Container& items, const WriteItem& writeItem) {
-        if (depth_ == depthLimit || ++nodes_ > nodeLimit) {
+        if (depth_ == depthLimit || !budget_.spendElement(depth_)) {
             return false;
         }
         line(items.empty() ? "<" + tag + "/>" : "<" + tag + ">");
@@ -309,26 +332,27 @@ class Writer {
         for (std::size_t i = 0; i < encoded.size(); i += width) {
             line(std::string_view(encoded).substr(i, width));
         }
-        return leaf("</data>");
+        line("</data>");
+        return budget_.spendData(bytes.size(), depth_);
     }
 
     void line(std::string_view content) { text_.append(depth_, '\t').append(content).append(1, '\n'); }
 
-    /// Ends a node that has no others inside.
-    bool leaf(std::string_view lastLine) {
-        line(lastLine);
-        return ++nodes_ <= nodeLimit && text_.size() <= documentLimit;
+    bool writeLine(const std::string& element) {
+        line(element);
+        return budget_.spendElement(depth_);
     }
 
-    bool element(std::string_view tag, std::string_view content) {
+    bool writeText(std::string_view tag, std::string_view content) {
+        const std::string kept = storable(content);
         text_.append(depth_, '\t').append("<").append(tag).append(">");
-        escape(content);
+        escape(kept);
         text_.append("</").append(tag).append(">\n");
-        return ++nodes_ <= nodeLimit && text_.size() <= documentLimit;
+        return budget_.spendText(kept, depth_);
     }
 
     void escape(std::string_view content) {
-        for (const char c : storable(content)) {
+        for (const char c : content) {
             switch (c) {
             case '&':
                 text_ += "&amp;";
@@ -351,12 +375,19 @@ class Writer {
 
     std::string text_;
     std::size_t depth_ = 0;
-    std::size_t nodes_ = 0;
+    Budget budget_;
 };
 
 } // namespace
 
-std::optional<Value> parseXml(std::string_view bytes) { return Reader().read(bytes); }
+std::optional<Value> parseXml(std::string_view bytes) {
+    Reader reader(nullptr);
+    auto value = reader.read(bytes);
+    if (value || reader.knowsEncoding()) {
+        return value;
+    }
+    return Reader("UTF-8").read(text::isValidUtf8(bytes) ? bytes : text::fromWindows1252(bytes));
+}
 
 std::optional<std::string> toXml(const Value& value) { return Writer().document(value); }
 

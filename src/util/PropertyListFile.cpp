@@ -1,5 +1,6 @@
 #include "util/PropertyListFile.h"
 
+#include "foundation/limits.h"
 #include "foundation/property_list.h"
 #include "platform/files.h"
 
@@ -8,14 +9,13 @@ namespace havrel {
 namespace files = platform::files;
 
 std::optional<platform::Value> readPropertyList(const std::string& path) {
-    const auto bytes = files::read(path);
+    const auto bytes = files::read(path, platform::propertyListLimit);
     return bytes ? platform::property_list::parse(*bytes) : std::nullopt;
 }
 
 bool writePropertyList(const std::string& path, const platform::Value& value) {
     const auto xml = platform::property_list::toXml(value);
-    // A file too large to read back would count as damaged, and its content would be lost.
-    return xml && xml->size() <= files::readLimit && files::replace(path, *xml, files::Durability::flushed);
+    return xml && files::replace(path, *xml, files::Durability::flushed);
 }
 
 } // namespace havrel

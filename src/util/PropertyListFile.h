@@ -8,11 +8,11 @@
 
 namespace havrel {
 
-/// Nullopt if the file is missing, unreadable, larger than 16 MiB or damaged.
+/// Nullopt if the file is missing, unreadable, too large or damaged.
 std::optional<platform::Value> readPropertyList(const std::string& path);
 
-/// Replaces the file atomically with the XML form and flushes it to disk. False on failure, also when the XML would be
-/// too large to read back.
+/// Replaces the file atomically with the XML form and flushes it to disk. False on failure, also when the value can't
+/// be read back.
 bool writePropertyList(const std::string& path, const platform::Value& value);
 
 } // namespace havrel
