@@ -31,15 +31,15 @@ constexpr double secondsAt(std::chrono::sys_days day) {
     return static_cast<double>(std::chrono::seconds{day - referenceDay}.count());
 }
 
-// A file of settings is not given up for one scalar that is well-formed but beyond what a value holds: a number or a
-// date becomes the nearest one, and data the bytes that are there.
-
 std::string_view withoutPlus(std::string_view text) {
     if (text.size() > 1 && text.front() == '+' && text[1] != '-') {
         text.remove_prefix(1);
     }
     return text;
 }
+
+// The readers of scalars refuse only what is malformed. A file of settings is not given up for a number that can't be
+// held or a date that no calendar has.
 
 std::optional<Value> readInteger(std::string_view text) {
     text = withoutPlus(text);
@@ -106,7 +106,7 @@ constexpr std::pair<std::string_view, Leaf> leaves[] = {
 
 class Reader {
   public:
-    /// An encoding that is given goes before what the document says.
+    /// An encoding overrules the one that the document names; nullptr for none.
     explicit Reader(const char* encoding) : parser_(XML_ParserCreate(encoding)) {}
 
     std::optional<Value> read(std::string_view bytes) {
@@ -164,7 +164,8 @@ class Reader {
         }
     }
 
-    /// In pieces, so that a tag which no property list has is refused before the parser has spent much time on it.
+    /// In pieces, of which no tag or comment may span three: the parser takes seconds for megabytes of attributes, and
+    /// it begins only at the end of the tag.
     bool parse(std::string_view bytes) {
         constexpr std::size_t pieceSize = std::size_t{64} << 10;
         std::size_t parsed = 0;
@@ -179,7 +180,7 @@ class Reader {
             if (isLast) {
                 return true;
             }
-            // The parser stands at the beginning of what it needs more of.
+            // The parser stands where the tag begins whose end it is waiting for.
             if (XML_GetCurrentByteIndex(parser_.get()) + static_cast<XML_Index>(pieceSize) <
                 static_cast<XML_Index>(parsed)) {
                 return false;
@@ -386,7 +387,10 @@ std::optional<Value> parseXml(std::string_view bytes) {
     if (value || reader.knowsEncoding()) {
         return value;
     }
-    return Reader("UTF-8").read(text::isValidUtf8(bytes) ? bytes : text::fromWindows1252(bytes));
+    if (text::isValidUtf8(bytes)) {
+        return Reader("UTF-8").read(bytes);
+    }
+    return Reader("UTF-8").read(text::fromWindows1252(bytes));
 }
 
 std::optional<std::string> toXml(const Value& value) { return Writer().document(value); }

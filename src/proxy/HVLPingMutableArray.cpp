@@ -24,8 +24,6 @@ constexpr const char* latencyKey = "pingTime";
 
 /// Far more than the service lists. Others may write the files, and each record costs memory and a ping.
 constexpr std::size_t recordLimit = 10'000;
-/// In bytes, of all texts together: a small binary file can refer to one long text many times.
-constexpr std::size_t textLimit = std::size_t{4} << 20;
 
 bool answered(const HVLPingHostPtr& host) { return host->pingTime() != 0; }
 
@@ -34,11 +32,6 @@ HVLPingHostPtr recordFrom(const Value& entry) {
     return HVLPingHost::initWithHostName(entry.textMember(hostNameKey), entry.textMember(addressKey),
                                          entry.textMember(mappedNameKey),
                                          latency != nullptr ? std::optional<Value>(*latency) : std::nullopt);
-}
-
-std::size_t textSizeOf(const HVLPingHost& host) {
-    return host.hostName().value_or("").size() + host.ipAddr().value_or("").size() +
-           host.mappHostName().value_or("").size();
 }
 
 Value required(const std::optional<std::string>& text, const char* key) {
@@ -85,17 +78,14 @@ HVLPingMutableArray HVLPingMutableArray::initWithPlistWithPath(const std::string
     if (!root || root->array() == nullptr) {
         return list;
     }
-    std::size_t textSize = 0;
     for (const Value& entry : *root->array()) {
         if (entry.dictionary() == nullptr) {
             continue;
         }
-        const HVLPingHostPtr host = recordFrom(entry);
-        textSize += textSizeOf(*host);
-        if (list.count() == recordLimit || textSize > textLimit) {
+        if (list.count() == recordLimit) {
             break;
         }
-        list.addObject(host);
+        list.addObject(recordFrom(entry));
     }
     return list;
 }
