@@ -20,7 +20,10 @@ TEST_P(StartUpTest, TakesItsStepsInOrder) {
                     {"IsInstanstAccessEnabled", service.isInstantAccessEnabled},
                     {"HavrelVersion", "7.1.2"},
                     {"DisplaySleep", "33"}});
+    const std::string leftByAKilledOne = "/Library/Application Support/HVLHostForMac/.havrel-left";
+    machine.root.write(leftByAKilledOne, "");
     startUp();
+    EXPECT_FALSE(machine.root.has(leftByAKilledOne));
 
     const std::string folder = "'/Library/Application Support/HVLHostForMac'";
     const std::string openBest = "sudo chmod 777 /Library/Application Support/HVLHostForMac/Proxies.plist";
