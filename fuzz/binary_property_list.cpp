@@ -1,3 +1,4 @@
+// Property lists in the binary form.
 #include "property_list_target.h"
 
 #include <cstring>

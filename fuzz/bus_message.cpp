@@ -1,8 +1,8 @@
 // The input is a signal's signature (a length byte, then its text) and its body, as they come from the bus.
+#include "fuzz/require.h"
 #include "platform/linux/bus/notification_message.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <sys/socket.h>
@@ -11,12 +11,6 @@
 namespace {
 
 using namespace platform;
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 /// The wire format's little-endian header fields and their alignment.
 class WireMessage {
@@ -72,7 +66,7 @@ class Peer {
         require(sd_bus_set_fd(bus_, ends[0], ends[0]) >= 0);
         require(sd_bus_set_anonymous(bus_, 1) >= 0);
         require(sd_bus_start(bus_) >= 0);
-        send("DATA\r\nOK 0123456789abcdef0123456789abcdef\r\nAGREE_UNIX_FD\r\n");
+        send("OK 0123456789abcdef0123456789abcdef\r\nAGREE_UNIX_FD\r\n");
         while (sd_bus_is_ready(bus_) == 0) {
             require(sd_bus_process(bus_, nullptr) >= 0);
         }
@@ -130,6 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         // What was read can be told to others in the same way.
         const BusMessage again = encode(peer.bus(), message);
         require(sd_bus_message_seal(again.get(), 1, 0) >= 0);
+        require(sd_bus_message_rewind(again.get(), 1) >= 0);
         const NotificationMessage reread = decode(*again);
         require(reread.notification.name == message.notification.name);
         require(reread.notification.object == message.notification.object);

@@ -1,7 +1,8 @@
+// JSON from the web service: it is read or refused with a reason, and what was read can be written and read again.
 #include "foundation/json.h"
+#include "fuzz/require.h"
 
 #include <cstdint>
-#include <cstdlib>
 
 namespace {
 
@@ -18,16 +19,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     using namespace platform::json;
     std::optional<platform::Error> error;
     const auto value = parse({reinterpret_cast<const char*>(data), size}, error);
-    if (value.has_value() == error.has_value()) {
-        std::abort();
-    }
+    require(value.has_value() != error.has_value());
     if (!value) {
         return 0;
     }
-    // What was written once is written the same again, once -0 has become 0.
+    // From the second time on the text stays the same; the first time -0 becomes 0.
     const auto written = rewritten(*value);
-    if (!written || rewritten(*parse(*written, error)) != written) {
-        std::abort();
-    }
+    require(written.has_value());
+    require(rewritten(*parse(*written, error)) == written);
     return 0;
 }

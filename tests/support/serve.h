@@ -1,11 +1,11 @@
-// Waiting for what a run loop of the test's own thread brings.
+// Serving a run loop of the test's own thread until something has happened.
 #pragma once
 
 #include "platform/run_loop.h"
 
 namespace support {
 
-/// Serves the loop until the condition holds; false when it has not within the time.
+/// Serves the loop until the condition holds; false when it hasn't within 20 s.
 template <typename Condition>
 bool serveUntil(platform::RunLoop& loop, Condition condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
