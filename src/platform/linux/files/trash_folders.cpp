@@ -1,5 +1,6 @@
 #include "platform/linux/files/trash_folders.h"
 
+#include "foundation/format.h"
 #include "platform/linux/machine/login_records.h"
 
 #include <optional>
@@ -27,8 +28,8 @@ std::vector<std::string> desktopTrashes(const User& user, const std::set<std::st
     for (const std::string& top : tops) {
         if (top != homeTop) {
             const std::string prefix = top == "/" ? "" : top;
-            folders.push_back(prefix + "/.Trash-" + id + "/files");
-            folders.push_back(prefix + "/.Trash/" + id + "/files");
+            folders.push_back(text::format("%@/.Trash-%@/files", prefix, id));
+            folders.push_back(text::format("%@/.Trash/%@/files", prefix, id));
         }
     }
     return folders;
