@@ -11,12 +11,12 @@
 #include "platform/linux/files/descriptor.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <linux/openat2.h>
 #include <memory>
 #include <string>
@@ -112,7 +112,7 @@ Descriptor Change::openOperand(const std::string& path) {
             return {};
         }
         target.resize(static_cast<std::size_t>(length));
-        left = target + "/" + left;
+        left.insert(0, target + "/");
         if (target.front() == '/') {
             at = openFolder("/");
         }
@@ -170,7 +170,7 @@ void Change::changeEntries(const Descriptor& folder, const std::string& path, in
         if (name == "." || name == "..") {
             continue;
         }
-        const std::string below = path + (path.back() == '/' ? "" : "/") + name;
+        const std::string below = std::string(path).append(path.back() == '/' ? "" : "/").append(name);
         if (const Descriptor child = openEntry(folder.get(), name.c_str())) {
             change(child, below, depth + 1);
         } else if (errno != ENOENT) { // removed meanwhile
