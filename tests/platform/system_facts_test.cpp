@@ -55,15 +55,15 @@ TEST_F(SystemFacts, TheBestCardIsThePrimaryInterface) {
     } const cases[] = {
         {"wireless only", {wireless}, "aaa0", ""},
         {"one wired", {wireless, first}, "aaa0", "eth0"},
-        {"two wired, one the way out", {first, second}, "eth1", "eth1"},
+        {"two wired, one with the default route", {first, second}, "eth1", "eth1"},
         {"a local address alone", {local, wireless}, "", "abc0"},
         {"a local address beside a maker's", {local, first}, "abc0", "eth0"},
-        {"a bridge, the way out", {first, bridge}, "br0", "eth0"},
+        {"a bridge with the default route", {first, bridge}, "br0", "eth0"},
         {"USB alone", {usb, wireless}, "aaa0", "ddd0"},
-        {"USB, the way out", {first, usb}, "ddd0", "eth0"},
+        {"USB with the default route", {first, usb}, "ddd0", "eth0"},
         {"USB beside a local address", {local, usb}, "ddd0", "abc0"},
         {"USB beside a container's", {usb, container}, "veth", "ddd0"},
-        {"a dock, the way out", {first, dock}, "ccc0", "eth0"},
+        {"a dock with the default route", {first, dock}, "ccc0", "eth0"},
         {"a container's", {container}, "veth", "veth"},
     };
 

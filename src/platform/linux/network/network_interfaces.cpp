@@ -12,6 +12,7 @@
 #include <net/if_arp.h>
 #include <net/route.h>
 #include <sstream>
+#include <tuple>
 #include <unistd.h>
 
 namespace platform::network_interfaces {
@@ -37,14 +38,14 @@ bool hasSoftwareAddress(const std::string& name) {
     return address.size() < 2 || std::string_view("2367abefABEF").find(address[1]) != std::string_view::npos;
 }
 
-/// Whether it hangs on USB or sits in a dock. Such an adapter may serve another machine tomorrow.
+/// Whether it is a USB adapter or part of a dock, which may be plugged into another machine tomorrow.
 bool isExternal(const std::string& name) {
     std::error_code error;
     const auto bus = std::filesystem::read_symlink(underRoot(folder + name + "/device/subsystem"), error);
     return bus.filename() == "usb" || attribute(name, "device/removable") == "removable";
 }
 
-/// A wired interface that may be the primary one. The least one is.
+/// A wired interface that may be the primary one: the one that ranks first is.
 struct Candidate {
     bool isVirtual = false;
     bool isExternal = false;
@@ -53,7 +54,7 @@ struct Candidate {
     unsigned long metric = 0;
     std::string name;
 
-    auto operator<=>(const Candidate&) const = default;
+    auto rank() const { return std::tie(isVirtual, isExternal, hasSoftwareAddress, metric, name); }
 };
 
 /// The lowest metric of each interface that holds a default route.
@@ -127,7 +128,7 @@ std::string primary() {
         const auto route = routes.find(name);
         const bool holdsDefaultRoute = route != routes.end();
         const bool isVirtual = !has(name, "device");
-        // Of the interfaces that the kernel makes up, only the way out of a container stands for the machine.
+        // A virtual interface counts only if it holds the default route, as a container's does.
         if (!isVirtual || holdsDefaultRoute) {
             candidates.push_back({.isVirtual = isVirtual,
                                   .isExternal = isExternal(name),
@@ -136,7 +137,7 @@ std::string primary() {
                                   .name = name});
         }
     }
-    return candidates.empty() ? "" : std::ranges::min(candidates).name;
+    return candidates.empty() ? "" : std::ranges::min(candidates, {}, &Candidate::rank).name;
 }
 
 } // namespace platform::network_interfaces
