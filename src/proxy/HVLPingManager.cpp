@@ -373,7 +373,7 @@ bool HVLPingManager::isAllZeroPings() const { return pingArray().countNoZeroPing
 HVLPingHostPtr HVLPingManager::bestProxyOnCurrentProxyPings() { return bestProxyOnCurrentProxyPingsWithPno(0); }
 
 HVLPingHostPtr HVLPingManager::bestProxyOnCurrentProxyPingsWithPno(std::int32_t index) {
-    const HVLPingHostPtr best = pingArray_.with([index](HVLPingMutableArray& list) -> HVLPingHostPtr {
+    HVLPingHostPtr best = pingArray_.with([index](HVLPingMutableArray& list) -> HVLPingHostPtr {
         keepAnsweredFastestFirst(list);
         const bool isInRange = index >= 0 && static_cast<std::size_t>(index) < list.count();
         return isInRange ? list.objectAtIndex(static_cast<std::size_t>(index)) : nullptr;
