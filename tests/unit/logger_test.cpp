@@ -18,7 +18,7 @@ class Logger : public support::CoreTest {
     const std::unique_ptr<HVLLogger> logger = HVLLogger::initWithLogFile(file);
 };
 
-/// The rule for a file and the lines added to it one after the other, in UTF-16 as it is worded.
+/// What the file has to hold after the lines, made line by line and in UTF-16.
 static std::u16string oneByOne(const std::string& file, const Lines& lines) {
     auto content = text::isValidUtf8(file) ? std::optional(text::utf16(file)) : std::nullopt;
     for (const std::string& line : lines) {

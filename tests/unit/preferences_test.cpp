@@ -50,8 +50,8 @@ TEST_F(Preferences, KeepEveryKindOfSettingUnderItsKey) {
     prefs.setIsEntHostThroughLogin(true);
     prefs.setSessionRecordingAllowed(-7);
     prefs.setLoggedInUserName(Array{"any"});
-    prefs.setLoggedInUsername("field"); // the twin of the last one, and below of another, reach no file
     prefs.setforgetpasswordchanged("b");
+    prefs.setLoggedInUsername("field"); // fields with names like those of stored settings reach no file
     prefs.setForgetpasswordchanged("field");
     prefs.setHftProcessID("field");
     EXPECT_EQ(content(file), Value(Dictionary{{"isServiceEnabled", true},
@@ -88,7 +88,7 @@ TEST_F(Preferences, EncodeSecrets) {
         SCOPED_TRACE(row.key);
         EXPECT_EQ((prefs.*row.get)(), std::nullopt);
         (prefs.*row.set)("abc");
-        (prefs.*row.set)("\xff"); // neither this can be stored
+        (prefs.*row.set)("\xff"); // stores nothing, as nullopt does
         (prefs.*row.set)(std::nullopt);
         EXPECT_EQ(prefs.objectForKey(row.key), "YWJj");
         EXPECT_EQ((prefs.*row.get)(), "abc");

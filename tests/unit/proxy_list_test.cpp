@@ -59,7 +59,7 @@ TEST_F(ProxyList, ReadsDropsSortsAndRenders) {
         std::string text, printable, sorted, answered;
     };
 
-    // More than 16 of equal latency, as sorts take shorter lists in another way.
+    // More than 16 records, as library sorts are stable for fewer.
     std::string even, odd, all;
     for (char name = 'a'; name <= 'x'; ++name) {
         const std::string proxy = std::string(1, name) + (name % 2 == 0 ? ":2" : ":1");
@@ -187,7 +187,7 @@ TEST_F(ProxyList, FetchesComparesWritesAndTells) {
         const bool isTold = log.back().find(" : write : ") != std::string::npos;
         EXPECT_EQ(fakes::notifications::countOf("HVLProxyStateChangedNotification"), isTold ? 1 : 0);
     }
-    EXPECT_THAT(takeLog(generalLog), ElementsAre("HOST : PListManager : iSChanged")); // for what is left over only
+    EXPECT_THAT(takeLog(generalLog), ElementsAre("HOST : PListManager : iSChanged")) << "only for the one left over";
 }
 
 TEST_F(ProxyList, ShufflesEveryRecordToEveryPlace) {

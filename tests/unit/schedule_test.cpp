@@ -58,7 +58,7 @@ TEST_F(Schedule, OfEightDays) {
     havrel::HVLPingManager managers[2];
     const std::shared_ptr<void> released(nullptr, [](void* /*none*/) { fakes::clock::setStepped(false); });
     const auto isQuiet = [&] {
-        // Looked at first: who sleeps goes on sleeping, and whoever does not is missing here.
+        // Counted first: a thread that sleeps keeps sleeping, so no thread counted as busy can be missed.
         const std::size_t sleepers = fakes::clock::sleepers();
         std::size_t busy = std::size(managers);
         for (const auto& manager : managers) {
