@@ -117,6 +117,7 @@ TEST(RunLoop, StopsAfterTheCurrentCallback) {
 }
 
 TEST(Termination, IsHandledOnAThreadOfItsOwnWhileTheMainThreadIsBusy) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the child begins anew, with no threads of this process's
     for (const int signal : {SIGTERM, SIGINT}) {
         const auto handleInAChild = [signal] {
             const auto mainThread = std::this_thread::get_id();
