@@ -134,6 +134,9 @@ std::optional<std::string> decodeUtf8(std::string_view bytes) {
 }
 
 std::string makeValidUtf8(std::string_view bytes) {
+    if (isValidUtf8(bytes)) {
+        return std::string(bytes);
+    }
     std::string text;
     text.reserve(bytes.size());
     forEachCharacter(bytes, [&](const Decoded& character, std::string_view encoded) {

@@ -398,7 +398,12 @@ std::optional<std::string> toXml(const Value& value) { return Writer().document(
 std::string storable(std::string_view text) {
     std::string kept = text::makeValidUtf8(text);
     std::erase_if(kept, [](unsigned char c) { return c < 0x20 && c != '\t' && c != '\n' && c != '\r'; });
-    return text::replaceAll(text::replaceAll(kept, "\uFFFE", ""), "\uFFFF", "");
+    for (const char* nonCharacter : {"\uFFFE", "\uFFFF"}) {
+        if (kept.find(nonCharacter) != std::string::npos) {
+            kept = text::replaceAll(kept, nonCharacter, "");
+        }
+    }
+    return kept;
 }
 
 } // namespace platform::property_list
