@@ -200,7 +200,7 @@ TEST(PropertyList, RefusesDamagedXml) {
         expectRefused(xml(content));
     }
     expectRefused("<string>bare</string>");
-    expectRefused("<plist version=\"1.0\" a=\"\"><true/></plist>");
+    expectRefused(R"(<plist version="1.0" a=""><true/></plist>)");
     expectRefused(R"(<!DOCTYPE plist [<!ENTITY a "aaaa"><!ENTITY b "&a;&a;">]><plist><string>&b;</string></plist>)");
 }
 
@@ -227,7 +227,6 @@ TEST(PropertyList, RefusesADamagedBinaryObject) {
         {"\0"s},
         {"\x80\x01"},
         {"\x13"},
-        {"\x5f"},
         {"\x5f\x13" + repeated("\xff", 8)},
         {"\x6f\x13\x80\0\0\0\0\0\0\0"s},
         {"\xaf\x13\x40\0\0\0\0\0\0\0"s},
@@ -288,8 +287,8 @@ TEST(Json, IsReadAsOneWholeDocument) {
 
 TEST(Json, SaysInAShortLineWhyItIsRefused) {
     for (const std::string& document :
-         {""s, "  "s, "\"text\""s, "null"s, "[1"s, "{\"a\":}"s, "[1]]"s, "[01]"s, "[1e999]"s, "[\"\xff\"]"s,
-          "[\"\\ud800\"]"s, "<html>"s, "{\"" + repeated("x", 5000), repeated("[", 129) + repeated("]", 129),
+         {""s, "  "s, R"("text")"s, "null"s, "[1"s, R"({"a":})"s, "[1]]"s, "[01]"s, "[1e999]"s, "[\"\xff\"]"s,
+          R"(["\ud800"])"s, "<html>"s, "{\"" + repeated("x", 5000), repeated("[", 129) + repeated("]", 129),
           repeated("[", 500'000), "[" + repeated("1,", 600'000) + "1]", "[\"" + repeated("x", documentLimit) + "\"]"}) {
         SCOPED_TRACE(document.substr(0, 20));
         std::optional<Error> error;
