@@ -3,6 +3,7 @@
 #include "daemon/ProcessEnd.h"
 #include "foundation/diagnostics.h"
 #include "foundation/format.h"
+#include "foundation/limited_report.h"
 #include "foundation/property_list.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
@@ -89,8 +90,23 @@ void HVLAutoUninstaller::launchWather() {
         return;
     }
     HVLLogger::instance().logString("No console user name so waitAndLaunch ");
-    waitingThread_ = std::jthread([this](const std::stop_token& stop) {
-        platform::diagnostics::contain("waiting for a console user", [&] { waitAndLaunch(stop); });
+    try {
+        waitingThread_ = std::jthread([this](const std::stop_token& stop) {
+            platform::diagnostics::contain("waiting for a console user", [&] { waitAndLaunch(stop); });
+        });
+    } catch (const std::exception& error) {
+        launchLater(error);
+    }
+}
+
+void HVLAutoUninstaller::launchLater(const std::exception& error) {
+    static platform::LimitedReport report(1);
+    report(std::string("trash watcher, tried again in a minute: ") + error.what());
+    platform::RunLoop::main().perform([this] {
+        launchRetry_ = std::make_unique<platform::RepeatingTimer>(platform::RunLoop::main(), 60s, [this] {
+            const auto ended = std::move(launchRetry_); // outlives this call, which is the timer's own
+            launchWather();
+        });
     });
 }
 
@@ -118,17 +134,25 @@ void HVLAutoUninstaller::setWatchList(const std::vector<std::string>& paths) {
 
 void HVLAutoUninstaller::startWatcher() {
     const std::lock_guard lock(mutex_);
-    if (startWatcherThread_) {
+    if (startWatcherThread_ && !startWatcherThread_->isOver) {
         HVLLogger::instance().logString(" startWatcher else part startWatcherThread already running");
         return;
     }
     HVLLogger::instance().logString("startWatcher called so starting startWatcherThread");
-    auto watcher = std::make_unique<WatcherThread>();
-    watcher->thread = std::thread([this, &started = *watcher] {
-        platform::diagnostics::contain("watching for the trash", [&] { startWatching(started.loop); });
-        started.isOver = true;
-    });
-    startWatcherThread_ = std::move(watcher);
+    try {
+        auto watcher = std::make_unique<WatcherThread>();
+        watcher->thread = std::thread([this, &started = *watcher] {
+            try {
+                startWatching(started.loop);
+            } catch (const std::exception& error) {
+                launchLater(error);
+            }
+            started.isOver = true;
+        });
+        startWatcherThread_ = std::move(watcher);
+    } catch (const std::exception& error) {
+        launchLater(error);
+    }
 }
 
 void HVLAutoUninstaller::startWatching(platform::RunLoop& loop) {

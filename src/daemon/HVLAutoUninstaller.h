@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -80,6 +81,8 @@ class HVLAutoUninstaller {
         ~WatcherThread();
     };
 
+    /// Without a thread or a descriptor to watch with: launches again in a minute. From any thread.
+    void launchLater(const std::exception& error);
     /// Stops the watcher thread, if there is one, with that line in the log, and does not wait for it.
     void endWatcher(const std::string& logLine);
 
@@ -93,6 +96,7 @@ class HVLAutoUninstaller {
     std::atomic<std::uint32_t> countDown_{0};
     std::unique_ptr<platform::RepeatingTimer> stopWatchTimer_;
     std::unique_ptr<platform::RepeatingTimer> publicIpTimer_;
+    std::unique_ptr<platform::RepeatingTimer> launchRetry_;
     std::vector<platform::ObservationPtr> observations_;
     /// Last, so that its workers are gone before what they use.
     std::unique_ptr<platform::OperationQueue> operationQueue_;

@@ -28,6 +28,8 @@ void RunLoop::stop() {
     state_->stopped.notify_all();
 }
 
+void RunLoop::perform(std::function<void()> task) { task(); }
+
 RunLoop::Source::Source(RunLoop& loop) : loop_(loop) {}
 
 RunLoop::Source::~Source() { static_cast<void>(loop_); }
