@@ -6,7 +6,6 @@
 
 namespace text = platform::text;
 using namespace havrel;
-using namespace std::string_literals;
 using support::repeated;
 using Lines = std::vector<std::string>;
 
@@ -38,44 +37,30 @@ TEST_F(Logger, WritesABurstAsIfLineByLine) {
     };
 
     const std::string pair = "\xf0\x9f\x98\x80"; // one character, two UTF-16 units
-    const std::string old = repeated("old line\n", 20'000);
-    const std::string pairs = repeated(pair, 60'000);
     const Row rows[] = {
-        {"as made", "", {"first", "second"}},
-        {"kept", "kept", {"", "two\nlines", "NUL\0NUL"s}},
-        {"not UTF-8", "caf\xe9", {"first", "second"}},
-        {"longer than the cap", old, {"first"}},
-        {"too long to be read whole", repeated(pair, 4'200'000) + "x", {"first", "second"}},
-        {"exactly the cap", std::string(102'400, 'x'), {"first"}},
-        {"cut inside a pair", pairs, {"odd"}},
-        {"one huge line", old, {repeated(pair, 5'000'000) + "end"}},
+        {"too long to be read whole, cut inside a pair", repeated(pair, 4'200'000) + "x", {"first", "odd"}},
+        {"one huge line", "old", {repeated(pair, 5'000'000) + "end"}},
         {"lines that aren't UTF-8", "", {"caf\xe9", "\x80\x80\xf0\x9f", repeated("\xe2\x82", 70'000)}},
-        {"many lines", old, Lines(5'000, "a line of the length that callers write, more or less")},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
         root.write(file, row.before);
         for (const std::string& line : row.lines) {
             logger->logString(line);
         }
         logger->drain();
-        const std::string content = root.read(file);
-        EXPECT_TRUE(text::isValidUtf8(content));
-        EXPECT_TRUE(text::utf16(content) == oneByOne(row.before, row.lines)); // too long to be printed
+        // Too long to be printed.
+        EXPECT_TRUE(text::utf16(root.read(file)) == oneByOne(row.before, row.lines)) << row.name;
     }
 }
 
 TEST_F(Logger, DropsWaitingLinesOnlyWhenTheFileCannotHoldThem) {
-    for (const std::size_t size : {100, 1'000, 40'000}) {
-        PendingLines pending;
-        Lines all;
-        for (std::size_t before = 0; pending.count() >= before;) {
-            before = pending.count();
-            all.push_back(repeated("\xe2\x82\xac", size / 3) + std::to_string(all.size()));
-            pending.add(all.back());
-        }
-        EXPECT_TRUE(oneByOne("", all) == oneByOne("", pending.take())) << size;
+    PendingLines pending;
+    Lines all;
+    while (pending.count() == all.size()) {
+        all.push_back(repeated("\xe2\x82\xac", 300) + std::to_string(all.size()));
+        pending.add(all.back());
     }
+    EXPECT_TRUE(oneByOne("", all) == oneByOne("", pending.take()));
 }
 
 TEST_F(Logger, WritesLaterWhatItHasNoThreadFor) {
@@ -86,18 +71,4 @@ TEST_F(Logger, WritesLaterWhatItHasNoThreadFor) {
     logger->logString("second");
     logger->drain();
     EXPECT_EQ(root.read(file), "\n2001-01-01 00:00:00 : first \n2001-01-01 00:00:00 : second ");
-}
-
-TEST_F(Logger, LeavesTheFileAloneWithoutAMessageOrAPath) {
-    create_hard_link(root.at(file), root.at("/as made")); // a file that is written is a new one
-    logger->logString(std::nullopt);
-    logger->drain();
-    for (const auto& path : {std::optional<std::string>(), std::optional("/absent/test.log"s)}) {
-        logger->setLogFilePath(path);
-        logger->logString("lost");
-        logger->drain();
-    }
-    EXPECT_TRUE(equivalent(root.at(file), root.at("/as made")));
-    EXPECT_EQ(root.read(file), "");
-    EXPECT_FALSE(exists(root.at("/absent")));
 }

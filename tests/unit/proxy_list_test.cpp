@@ -1,6 +1,5 @@
 // A proxy and its latency, the lists of them and their files, and the fetch of the service's list.
 #include "foundation/error.h"
-#include "foundation/text.h"
 #include "proxy/HVLPingOperation.h"
 #include "proxy/HVLPlistManager.h"
 #include "support/core_test.h"
@@ -25,13 +24,8 @@ TEST_F(ProxyList, TakesTheMinimumFromThePingSummary) {
 
     const Row rows[] = {
         {"less than a millisecond", " = 0.4/1.5/2.5/0.1 ms\n", "1"},
-        {"no leading digit", " = .5/2/3/4 ms", "1"},
         {"truncated", " = 37.8/38/39", "37"},
-        {"1 in single precision", " = 0.99999999/1", "0"},
-        {"negative", " = -1.5/1", "18446744073709551615"},
-        {"a second summary", " = 5/6 min/avg/max/stddev = 8/9", "5"},
         {"one figure", " = 12.5 ms", "7"},
-        {"an empty figure", " =/5/6", "7"},
         {"not UTF-8", " = 5/6/7/8 \xff", "7"},
         {"throws", "throws", "7"},
     };
@@ -48,56 +42,20 @@ TEST_F(ProxyList, TakesTheMinimumFromThePingSummary) {
     }
     operation->cancel();
     operation->main();
-    host->setIpAddr(std::nullopt);
-    host->pingToProxyNow();
     EXPECT_EQ(fakes::processes::calls(), std::vector<std::string>(std::size(rows), "ping -f $(x)"));
 }
 
-TEST_F(ProxyList, ReadsDropsSortsAndRenders) {
-    struct Row {
-        const char* name;
-        std::string text, printable, sorted, answered;
-    };
-
+TEST_F(ProxyList, KeepsItsOrderWhereLatenciesAreEqual) {
     // More than 16 records, as library sorts are stable for fewer.
     std::string even, odd, all;
     for (char name = 'a'; name <= 'x'; ++name) {
-        const std::string proxy = std::string(1, name) + (name % 2 == 0 ? ":2" : ":1");
-        all += proxy + ",";
-        (name % 2 == 0 ? even : odd) += proxy + " ";
+        const std::string proxy = std::string(1, name) + (name % 2 == 0 ? ":2 " : ":1 ");
+        all += proxy;
+        (name % 2 == 0 ? even : odd) += proxy;
     }
-    const Row rows[] = {
-        {"quoted", R"({"a":"0","b":"12","c":"0","d":"7"})", "a:0,b:12,c:0,d:7,", "a:0 c:0 d:7 b:12 ",
-         R"("d":"7","b":"12")"},
-        {"equal latencies", all, all, odd + even, ""},
-        {"odd pieces", R"("d" : -1 :9,,c,b:x,{f}:99999999999)", "d\" :18446744073709551615,b:0,f:2147483647,",
-         "b:0 f:2147483647 d\" :-1 ", R"("f":"2147483647","d" ":"18446744073709551615")"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        List list = List::initWithPingStringWithCommaSeprator(row.text);
-        EXPECT_EQ(list.getPintableString(), "HostProxies State : " + row.printable);
-        list.sortPingArrayByMinimumPingTime();
-        EXPECT_EQ(list.toJSONFormat(), row.sorted);
-        const auto first = list.getMinimumPingTimeHost();
-        list.removeAllZeroPings();
-        EXPECT_EQ(list.objectAtIndex(0), first);
-        if (!row.answered.empty()) {
-            EXPECT_EQ(list.toRegisterJSONFormat(), row.answered);
-        }
-    }
-}
-
-TEST_F(ProxyList, FindsTheFirstThatMatches) {
-    const List list = pings("c:1 b:2 a:3");
-    list.objectAtIndex(0)->setHostName(std::nullopt);
-    list.objectAtIndex(1)->setMappHostName("a");
-    EXPECT_EQ(list.findHost("a"), list.objectAtIndex(1));
-    EXPECT_EQ(list.findHostByIP("ip-c"), list.objectAtIndex(0));
-    EXPECT_EQ(list.findHostByMappedName("m-a"), list.objectAtIndex(2));
-    EXPECT_EQ(list.findHost("B"), nullptr);
-    EXPECT_EQ(list.findHost(std::nullopt), nullptr);
-    EXPECT_EQ(list.findHostByIP("a"), nullptr);
+    List list = pings(all);
+    list.sortPingArrayByMinimumPingTime();
+    EXPECT_EQ(list.toJSONFormat(), odd + even);
 }
 
 TEST_F(ProxyList, WritesWhatItReads) {
@@ -114,33 +72,16 @@ TEST_F(ProxyList, WritesWhatItReads) {
     EXPECT_EQ(storedPings(paths::proxies), "b:5 a:37 c:-1 ");
 }
 
-TEST_F(ProxyList, ReadsAnyFile) {
-    struct Row {
-        const char* name;
-        std::string root;
-        std::string list;
-    };
-
-    const Row rows[] = {
-        {"a dictionary", "<dict><key>hostName</key><string>a</string></dict>", ""},
-        {"elements that are none", "<array><string>a</string><array/><dict/></array>", "(null):0 "},
-        {"a name that is no text, a whole number",
-         "<array><dict><key>hostName</key><true/><key>pingTime</key><integer>9</integer></dict></array>", "(null):9 "},
-        {"an empty name, a real",
-         "<array><dict><key>hostName</key><string/><key>pingTime</key><real>9.9</real></dict></array>", ":9 "},
-        {"too many records", "<array>" + repeated("<dict/>", 10'001) + "</array>", repeated("(null):0 ", 10'000)},
-    };
-    for (const Row& row : rows) {
-        root.write(paths::proxies, "<plist version=\"1.0\">" + row.root + "</plist>");
-        EXPECT_TRUE(storedPings(paths::proxies) == row.list) << row.name; // too long to be printed
-    }
+TEST_F(ProxyList, ReadsTenThousandRecordsAndNothingElse) {
+    const std::string records = "<string>a</string><array/>" + repeated("<dict/>", 10'001);
+    root.write(paths::proxies, "<plist version=\"1.0\"><array>" + records + "</array></plist>");
+    EXPECT_TRUE(storedPings(paths::proxies) == repeated("(null):0 ", 10'000)); // too long to be printed
 }
 
 TEST_F(ProxyList, FetchesComparesWritesAndTells) {
     struct Row {
         const char* name;
-        std::optional<std::string> answer;
-        std::string stored;
+        std::string answer, stored;
         std::vector<std::string> log; // behind the common lines
     };
 
@@ -165,9 +106,6 @@ TEST_F(ProxyList, FetchesComparesWritesAndTells) {
         {"one is left over", head + "}}", "P1:60 b:51", written("b Latency: 51", "1", "1")},
         {"known by the mapped name", mapped, "P1:60 b:51", written("b Latency: 51", "0", "1")},
         {"another address", moved, "P1:60 b:51", written("b Latency: 51", "1", "1")},
-        {"negative latency", two, "P1:-9", written("P1 Latency: 18446744073709551607", "1", "0")},
-        {"no answer", std::nullopt, "a:9", {"Host : ProxyList : NIL"}},
-        {"not JSON", "<html>", "a:9", refused},
         {"an array", "[" + two + "]", "a:9", refused},
         {"the list is a text", R"({"proxy_list":"P1"})", "a:9", incomplete},
         {"a proxy without domain", R"({"proxy_list":{"P1":{"domain":"b"},"c":{}}})", "a:9", incomplete},
@@ -176,7 +114,7 @@ TEST_F(ProxyList, FetchesComparesWritesAndTells) {
         SCOPED_TRACE(row.name);
         fakes::notifications::reset();
         pings(row.stored).writeProxyOnFile(paths::allProxies);
-        fakes::network::onRequest([&row](const auto&, auto&) { return row.answer; });
+        fakes::network::answerWith(row.answer);
         root.write(paths::hostInstallMarker, "");
         HVLPlistManager().startPlistUpdateManager();
         auto log = row.log;

@@ -5,7 +5,6 @@ using namespace havrel;
 using namespace std::chrono_literals;
 using ServiceControl = HelperTest;
 using Lines = std::vector<std::string>;
-using Stored = std::optional<platform::Value>;
 
 namespace {
 
@@ -20,8 +19,6 @@ const std::string load = "launchctl load /Library/LaunchAgents/com.Dravex.HVLSui
 const std::string openSuite = "open /Applications/HavrelSuite.app";
 
 const std::string suiteRuns = "1 ?? /Applications/HavrelSuite.app/Contents/MacOS/HavrelSuite\n2 ?? grep HavrelSuite";
-const std::string nothingRuns = "2 ?? grep HavrelSuite";
-const std::string loaded = "Suite launch called from helper : 0";
 const std::string notLoaded = "Suite launch called from helper : 256";
 
 } // namespace
@@ -29,50 +26,22 @@ const std::string notLoaded = "Suite launch called from helper : 256";
 TEST_F(ServiceControl, RelaunchesARunningSuiteIfThePreferenceAsks) {
     const struct {
         const char* name;
-        Stored startSuite;
+        std::optional<platform::Value> startSuite;
         std::string listed;
-        Lines failing = {};
-        Lines calls, log;
-        Stored startSuiteThen;
+        Lines failing, calls, log;
     } cases[] = {
-        {.name = "restart asked for",
-         .startSuite = 1,
-         .listed = suiteRuns,
-         .calls = {lookForSuite, killSuite, loadForUsers, loadAndEnable},
-         .log = {"Helper : Suite running", loaded},
-         .startSuiteThen = 1},
-        {.name = "restart not wanted",
-         .startSuite = 0,
-         .listed = suiteRuns,
-         .calls = {lookForSuite, loadForUsers, loadAndEnable},
-         .log = {loaded},
-         .startSuiteThen = 0},
-        {.name = "not running",
-         .startSuite = {},
-         .listed = nothingRuns,
-         .calls = {lookForSuite, lookForOlderSuite, loadForUsers, loadAndEnable},
-         .log = {loaded},
-         .startSuiteThen = {}},
-        {.name = "an older application runs",
-         .startSuite = 1,
-         .listed = "/Applications/Havrel.app",
-         .calls = {lookForSuite, lookForOlderSuite, killSuite, loadForUsers, loadAndEnable},
-         .log = {"Helper : Suite running", loaded},
-         .startSuiteThen = 1},
         {.name = "never decided, first load fails",
          .startSuite = {},
          .listed = suiteRuns,
          .failing = {loadAndEnable},
          .calls = {lookForSuite, killSuite, loadForUsers, loadAndEnable, load},
-         .log = {"Helper : Suite Re-launch When Permission is reset", notLoaded},
-         .startSuiteThen = 1},
-        {.name = "both loads fail",
-         .startSuite = {},
-         .listed = nothingRuns,
+         .log = {"Helper : Suite Re-launch When Permission is reset", notLoaded}},
+        {.name = "an older application runs, both loads fail",
+         .startSuite = 1,
+         .listed = "/Applications/Havrel.app",
          .failing = {loadAndEnable, load},
-         .calls = {lookForSuite, lookForOlderSuite, loadForUsers, loadAndEnable, load, killSuite, openSuite},
-         .log = {notLoaded, "Launch Havrel After launchctl failed"},
-         .startSuiteThen = {}},
+         .calls = {lookForSuite, lookForOlderSuite, killSuite, loadForUsers, loadAndEnable, load, killSuite, openSuite},
+         .log = {"Helper : Suite running", notLoaded, "Launch Havrel After launchctl failed"}},
     };
 
     for (const auto& row : cases) {
@@ -84,7 +53,7 @@ TEST_F(ServiceControl, RelaunchesARunningSuiteIfThePreferenceAsks) {
         helper->resgisterCTLForSuiteOld();
         EXPECT_EQ(fakes::processes::calls(), row.calls);
         EXPECT_EQ(takeLog(generalLog), row.log);
-        EXPECT_EQ(hostPreferences().startSuiteWithSystem(), row.startSuiteThen);
+        EXPECT_EQ(hostPreferences().startSuiteWithSystem(), 1);
     }
 }
 
