@@ -11,7 +11,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <thread>
 
 namespace {
 
@@ -66,45 +65,16 @@ class Processes : public support::RootTest {
 };
 
 TEST_F(Processes, SystemReturnsTheRawWaitStatus) {
-    const struct {
-        std::string line;
-        int status;
-    } rows[] = {{"test 'b  c' = \"b  c\"", 0},
-                {"exit 3", 3 << 8},
-                {"/nowhere/at/all 2>/dev/null", 127 << 8},
-                {"kill -9 $$", SIGKILL},
-                {std::string("true\0false", 10), -1}};
-
-    for (const auto& row : rows) {
-        EXPECT_EQ(processes::system(row.line), row.status) << row.line;
-    }
+    EXPECT_EQ(processes::system("exit 3"), 3 << 8);
+    EXPECT_EQ(processes::system("kill -9 $$"), SIGKILL);
+    EXPECT_EQ(processes::system(std::string("true\0false", 10)), -1);
 }
 
-TEST_F(Processes, TasksAreReadToTheEndOfTheirOutputs) {
-    const struct {
-        const char* name;
-        const char* line;
-        Capture capture;
-        std::size_t outputSize, errorSize;
-    } rows[] = {
-        {"both at once", "head -c 10000000 /dev/zero & head -c 10000000 /dev/zero >&2; wait", Capture::both, 10'000'000,
-         10'000'000},
-        {"one after the other", "head -c 10000000 /dev/zero >&2; head -c 10000000 /dev/zero", Capture::both, 10'000'000,
-         10'000'000},
-        {"more than is kept", "head -c 30000000 /dev/zero; echo done >&2", Capture::both, 16 << 20, 5},
-        {"standard error alone", "exec >/dev/null; echo hidden; (sleep 0.1; head -c 100000 /dev/zero >&2) &",
-         Capture::standardError, 0, 100'000},
-        {"standard output alone", "exec 2>/dev/null; echo seen; (sleep 0.1; echo late) &", Capture::standardOutput, 10,
-         0},
-        {"killed", "echo last words; kill -9 $$", Capture::standardOutput, 11, 0},
-    };
-
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const auto written = processes::runTask("/bin/sh", {"-c", row.line}, row.capture);
-        EXPECT_EQ(written.standardOutput.size(), row.outputSize);
-        EXPECT_EQ(written.standardError.size(), row.errorSize);
-    }
+TEST_F(Processes, TasksAreReadToTheEndOfBothOutputs) {
+    const std::string line = "head -c 10000000 /dev/zero & head -c 30000000 /dev/zero >&2; wait";
+    const auto written = processes::runTask("/bin/sh", {"-c", line}, Capture::both);
+    EXPECT_EQ(written.standardOutput.size(), 10'000'000U);
+    EXPECT_EQ(written.standardError.size(), 16U << 20U) << "more is not kept";
     EXPECT_THROW(processes::runTask("/nowhere/at/all", {}, Capture::both), Exception);
 }
 
@@ -126,34 +96,21 @@ TEST_F(Processes, ChildrenInheritNeitherSignalsNorDescriptors) {
     sigfillset(&all);
     sigprocmask(SIG_BLOCK, &all, &before);
     std::signal(SIGPIPE, SIG_IGN);
-    const std::string facts = "{ sed -n 's/^Sig[BI][lg][kn]:.*\\(.......\\)$/\\1/p' /proc/self/status;"
-                              "readlink /proc/self/fd/0; test -e /proc/self/fd/100 && echo leak;"
-                              "[ $(cut -d' ' -f5 /proc/$$/stat) = " +
-                              std::to_string(getpgrp()) + " ] && echo same group; } >&2";
-    const std::string clean = "0000000\n0000000\n/dev/null\n";
-    EXPECT_EQ(processes::runTask("/bin/sh", {"-c", facts}, Capture::standardError).standardError, clean);
-    EXPECT_EQ(standardErrorDuring([&] { processes::system(facts); }), clean);
-    fakes::deployment::setRoot("");
-    EXPECT_EQ(standardErrorDuring([&] { processes::launch("/bin/sh", {"-c", facts}); }), clean);
+    const std::string facts = "sed -n 's/^Sig[BI][lg][kn]:.*\\(.......\\)$/\\1/p' /proc/self/status;"
+                              "readlink /proc/self/fd/0; test -e /proc/self/fd/100 && echo leak";
+    const auto written = processes::runTask("/bin/sh", {"-c", facts}, Capture::standardOutput);
+    EXPECT_EQ(written.standardOutput, "0000000\n0000000\n/dev/null\n");
     std::signal(SIGPIPE, SIG_DFL);
     sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
 TEST_F(Processes, LaunchedProgramsRunOnAsInitsChildren) {
-    writeScript("/program",
-                "echo $1 $(cat " + fifo + ") >&2\n[ $PPID != " + std::to_string(getpid()) + " ] || echo a child >&2\n");
+    writeScript("/program", "echo $1 $(cat " + fifo + ") >&2\n");
     const std::string written = standardErrorDuring([&] {
         processes::launch("/program", {"a b"});
         trial::writeFile(fifo, "after the launch"); // blocks until the program reads
     });
     EXPECT_EQ(written, "a b after the launch\n");
-}
-
-TEST_F(Processes, WhatCannotBeLaunchedIsReported) {
-    for (const std::string& program : {std::string("/nowhere/at/all"), std::string("/fifo"), std::string("/x\0", 3)}) {
-        EXPECT_NE(standardErrorDuring([&] { processes::launch(program, {}); }), "") << program;
-    }
-    EXPECT_NE(standardErrorDuring([&] { processes::launchApplication("/Applications/Nowhere.app"); }), "");
 }
 
 TEST_F(Processes, ApplicationsRunAsTheUserAtTheConsoleOrNotAtAll) {
@@ -181,11 +138,9 @@ TEST_F(Processes, PingHasADeadlineAndItsSummaryIsTranslated) {
         std::string script, end;
     } rows[] = {
         {"an address like an option", "echo $# $1 $2 $3", "3 -n -- -f\n"},
-        {"a flood of replies", "yes | head -c 500000\n" + summary, translated},
         {"a flood without an end", "exec yes", "y\n"},
         {"interrupted", "trap \"" + summary + "exit\" INT; while :; do sleep 100; done", translated},
         {"killed", "trap '' INT; echo killed; sleep 100", "killed\n"},
-        {"output closed early", "echo gone; exec >/dev/null; sleep 100", "gone\n"},
     };
 
     for (const auto& row : rows) {
@@ -200,50 +155,6 @@ TEST_F(Processes, PingHasADeadlineAndItsSummaryIsTranslated) {
 TEST_F(Processes, PingOfTheSystemHasASummaryWhenAReplyCame) {
     EXPECT_THAT(runPing("127.0.0.1", {.interrupt = "1.2", .kill = "2"}), HasSubstr("min/avg/max/stddev = 0."));
     EXPECT_EQ(runPing("not a host", {.interrupt = "5", .kill = "2"}), "");
-    EXPECT_THROW(processes::ping(""), Exception);
-    EXPECT_THROW(processes::ping(std::string("127.0.0.1\0", 10)), Exception);
-}
-
-TEST_F(Processes, PingMeasuresALinkThatComesUpWhileItRuns) {
-    // The real ping, in a network namespace whose router calls the address unreachable for a second and a half.
-    replacePing(R"sh([ -n "${APART:-}" ] || APART=1 exec unshare --map-root-user --net -- "$0" "$@"
-unshare --net sleep 20 >/dev/null 2>&1 &
-router=$!
-at_router() { nsenter --net=/proc/$router/ns/net -- "$@"; }
-until [ "$(readlink /proc/$router/ns/net)" != "$(readlink /proc/self/ns/net)" ]; do :; done
-ip link add near type veth peer name far netns $router
-ip address add 10.0.0.1/24 dev near
-ip link set near up
-ip route add default via 10.0.0.2
-at_router ip address add 10.0.0.2/24 dev far
-at_router ip link set far up
-at_router sh -c 'echo 1 >/proc/sys/net/ipv4/ip_forward'
-at_router ip route add unreachable 10.9.9.9
-{
-    sleep 1.5
-    at_router ip route delete unreachable 10.9.9.9
-    at_router ip address add 10.9.9.9/32 dev far
-} >/dev/null 2>&1 &
-exec /usr/bin/ping "$@")sh");
-    const std::string output = processes::ping("10.9.9.9");
-    EXPECT_THAT(output, HasSubstr("Unreachable"));
-    EXPECT_THAT(output, HasSubstr("min/avg/max/stddev = 0."));
-}
-
-TEST_F(Processes, PingsEndWithTheProcess) {
-    replacePing("echo started > " + fifo + "; exec sleep 100");
-    const auto endWhilePinging = [&] {
-        std::thread pinging([] { processes::ping("127.0.0.1"); });
-        trial::readFile(fifo);
-        const auto end = std::chrono::steady_clock::now();
-        processes::endPings();
-        pinging.join();
-        EXPECT_LT(std::chrono::steady_clock::now() - end, 3s);
-        EXPECT_THROW(processes::ping("127.0.0.1"), Exception);
-        std::_Exit(HasFailure());
-    };
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(endWhilePinging(), ExitedWithCode(0), "");
 }
 
 } // namespace

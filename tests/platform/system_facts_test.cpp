@@ -1,4 +1,3 @@
-#include "platform/clock.h"
 #include "platform/device_registry.h"
 #include "platform/network.h"
 #include "platform/session.h"
@@ -15,13 +14,11 @@ using namespace platform;
 struct Card {
     std::string name;
     std::string address;
-    /// What its folder holds that tells its kind.
-    std::string mark;
+    std::string mark; // what its folder holds that tells its kind
     std::string bus = "pci";
     std::string removable = "fixed";
 };
 
-/// A machine made up of files.
 class SystemFacts : public support::RootTest {
   protected:
     void install(const Card& card) const {
@@ -39,7 +36,6 @@ class SystemFacts : public support::RootTest {
 
 TEST_F(SystemFacts, TheBestCardIsThePrimaryInterface) {
     const Card first{"eth0", "00:1B:2C:3D:4E:5F", "device/class"};
-    const Card second{"eth1", "00:1b:2c:3d:4e:60", "device/class"};
     const Card usb{"ddd0", "00:1b:2c:3d:4e:62", "device/class", "usb"};
     const Card dock{"ccc0", "00:1b:2c:3d:4e:63", "device/class", "pci", "removable"};
     const Card local{"abc0", "52:54:00:00:00:01", "device/class"};
@@ -53,18 +49,13 @@ TEST_F(SystemFacts, TheBestCardIsThePrimaryInterface) {
         std::string defaultRoute; // the interface that holds it
         std::string primary;
     } const cases[] = {
-        {"wireless only", {wireless}, "aaa0", ""},
-        {"one wired", {wireless, first}, "aaa0", "eth0"},
-        {"two wired, one with the default route", {first, second}, "eth1", "eth1"},
-        {"a local address alone", {local, wireless}, "", "abc0"},
+        {"wireless with the default route", {wireless, first}, "aaa0", "eth0"},
         {"a local address beside a maker's", {local, first}, "abc0", "eth0"},
         {"a bridge with the default route", {first, bridge}, "br0", "eth0"},
-        {"USB alone", {usb, wireless}, "aaa0", "ddd0"},
         {"USB with the default route", {first, usb}, "ddd0", "eth0"},
         {"USB beside a local address", {local, usb}, "ddd0", "abc0"},
         {"USB beside a container's", {usb, container}, "veth", "ddd0"},
         {"a dock with the default route", {first, dock}, "ccc0", "eth0"},
-        {"a container's", {container}, "veth", "veth"},
     };
 
     for (const auto& row : cases) {
@@ -77,33 +68,20 @@ TEST_F(SystemFacts, TheBestCardIsThePrimaryInterface) {
 }
 
 TEST_F(SystemFacts, TheBestDefaultRouteTellsEqualCardsApart) {
-    const std::string head = "Iface\tDestination\tGateway\n";
-    const std::string zeros(32, '0');
-    const std::string way6 = " 00 " + zeros + " 00 " + zeros + " 00000064 00000001 00000000 00000003     b\n";
-
     struct {
         const char* name;
         std::string routes;
-        std::string routes6;
         std::string primary;
     } const cases[] = {
-        {"no table", "", "", "a"},
-        {"a default route", head + "b\t00000000\t010200C0\t0003\t0\t0\t100\t00000000\n", "", "b"},
         {"the lower metric",
-         "a\t00000000\t010200C0\t0003\t0\t0\t200\t00000000\nb\t00000000\t010200C0\t0003\t0\t0\t100\t00000000\n", "",
-         "b"},
-        {"a network's route", "b\t000200C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\n", "", "a"},
-        {"a route that is down", "b\t00000000\t010200C0\t0002\t0\t0\t0\t00000000\n", "", "a"},
-        {"a short line", "b\t00000000\n\n", "", "a"},
-        {"a default route of IPv6", "", zeros + way6, "b"},
-        {"another route of IPv6", "", "fe80" + zeros.substr(4) + way6, "a"},
+         "a\t00000000\t010200C0\t0003\t0\t0\t200\t00000000\nb\t00000000\t010200C0\t0003\t0\t0\t100\t00000000\n", "b"},
+        {"a route that is down", "b\t00000000\t010200C0\t0002\t0\t0\t0\t00000000\n", "a"},
     };
 
     install({"a", "00:1b:2c:3d:4e:5f", "device/class"});
     install({"b", "00:1b:2c:3d:4e:60", "device/class"});
     for (const auto& row : cases) {
         root.write("/proc/net/route", row.routes);
-        root.write("/proc/net/ipv6_route", row.routes6);
         EXPECT_EQ(network::primaryInterface(), row.primary) << row.name;
     }
 }
@@ -112,8 +90,7 @@ TEST_F(SystemFacts, TheRegistryGivesThePrimaryInterfacesAddress) {
     std::vector<device_registry::EthernetInterface> interfaces;
     install({"eth0", "0A:1B:2C:3D:4E:5F", "device/class"});
     EXPECT_EQ(device_registry::findPrimaryInterfaces(interfaces), device_registry::success);
-    ASSERT_EQ(interfaces.size(), 1U);
-    EXPECT_EQ(interfaces[0].address, Data{"\x0a\x1b\x2c\x3d\x4e\x5f"});
+    EXPECT_EQ(interfaces.at(0).address, Data{"\x0a\x1b\x2c\x3d\x4e\x5f"});
     for (const std::string text : {"0a:1b:2c:3d:4e", "00a:1b:2c:3d:4e:5f", "0a:1b:2c:3d:4e:5g"}) {
         install({"eth0", text, "device/class"});
         device_registry::findPrimaryInterfaces(interfaces);
@@ -124,37 +101,10 @@ TEST_F(SystemFacts, TheRegistryGivesThePrimaryInterfacesAddress) {
 TEST_F(SystemFacts, PlaceholdersAreNoSerialNumbers) {
     root.write("/sys/class/dmi/id/board_serial", "None");
     root.write("/sys/firmware/devicetree/base/serial-number", std::string("1000000abc\0", 11));
-    for (const std::string placeholder : {"",
-                                          "0",
-                                          "000-000",
-                                          "XX:XX",
-                                          "\xff\xff\xff\xff",
-                                          "To Be Filled By O.E.M.",
-                                          "to be filled by O.E.M",
-                                          "O.E.M.",
-                                          "Default string",
-                                          "Default",
-                                          "Standard",
-                                          "INVALID",
-                                          "Null",
-                                          "(none)",
-                                          "<NONE>",
-                                          "Undefined",
-                                          "EVAL",
-                                          "TBD",
-                                          "Not Applicable",
-                                          "NotApplicable",
-                                          "System Serial Number",
-                                          "SerialNumber",
-                                          "123456",
-                                          "12345678",
-                                          "0123456789ABCDEF",
-                                          "MB-1234567890",
-                                          "BSS-0123456789",
-                                          "00020003-0004-0005-0006-000700080009",
-                                          "03000200-0400-0500-0006-000700080009",
-                                          "FEFEFEFE-FEFE-FEFE-FEFE-FEFEFEFEFEFE",
-                                          "12345678-1234-5678-90ab-cddeefaabbcc"}) {
+    for (const std::string placeholder :
+         {"", "XX:XX", "\xff\xff\xff\xff", "to be filled by O.E.M", "O.E.M.", "INVALID", "(none)", "TBD", "Standard",
+          "EVAL", "Undefined", "NotApplicable", "MB-1234567890", "FEFEFEFE-FEFE-FEFE-FEFE-FEFEFEFEFEFE", "SerialNumber",
+          "123456", "BSS-0123456789", "00020003-0004-0005-0006-000700080009"}) {
         root.write("/sys/class/dmi/id/product_serial", placeholder + "\n");
         EXPECT_EQ(device_registry::serialNumber(), "1000000abc") << placeholder;
     }
@@ -173,44 +123,21 @@ TEST_F(SystemFacts, FactsHoldNothingThatCannotBeStored) {
 TEST_F(SystemFacts, AMachineWithoutDmiHasADeviceTree) {
     root.write("/sys/firmware/devicetree/base/model", std::string("Board 4 Model B\0", 16));
     EXPECT_EQ(system_info::hardwareModel(), "Board 4 Model B");
-    root.write("/sys/class/dmi/id/product_name", "Model 1\n");
-    EXPECT_EQ(system_info::hardwareModel(), "Model 1");
 }
 
 TEST_F(SystemFacts, TheNameThatIsShownComesFirst) {
     root.write("/etc/hostname", "box\n");
-    EXPECT_EQ(network::computerName(), "box");
     root.write("/etc/machine-info", "PRETTY_HOSTNAME=\"Ann's \\\"Box\\\"\"\n");
     EXPECT_EQ(network::computerName(), "Ann's \"Box\"");
-}
-
-TEST_F(SystemFacts, VersionAndBundleAreThisProcesss) {
-    EXPECT_GE(system_info::systemVersion().major, 5);
-    EXPECT_EQ(system_info::bundlePath(), std::filesystem::read_symlink("/proc/self/exe").parent_path());
-}
-
-TEST_F(SystemFacts, TheTimestampIsLocalTime) {
-    const auto hourIn = [](const char* zone) {
-        setenv("TZ", zone, 1);
-        const std::string now = clock::timestamp();
-        EXPECT_THAT(now, testing::MatchesRegex("20[0-9][0-9]-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9]"));
-        return std::stoi(now.substr(11, 2));
-    };
-    // The hour may end between the two calls.
-    EXPECT_THAT((24 + hourIn("XST-7") - hourIn("UTC")) % 24, testing::AnyOf(6, 7, 8));
-    unsetenv("TZ");
 }
 
 TEST_F(SystemFacts, HomeFoldersStandInTheUserDatabase) {
     root.write("/etc/passwd", "broken\nbad:x:-1:0::/bad:/bin/sh\nnohome:x:" + std::to_string(geteuid()) +
                                   ":1001:::/bin/sh\nann:x:1000:1000:Ann:/Users/ann:/bin/sh\n");
     EXPECT_EQ(session::homeFolder("ann"), "/Users/ann");
-    EXPECT_EQ(session::currentHomeFolder(), "/");
     for (const std::string user : {"nohome", "broken", "bad", "an", "ann:x"}) {
         EXPECT_EQ(session::homeFolder(user), std::nullopt) << user;
     }
-    fakes::deployment::setRoot("");
-    EXPECT_EQ(session::homeFolder("root"), "/root");
 }
 
 TEST_F(SystemFacts, OnlyADesktopHasAConsoleUser) {
