@@ -1,7 +1,6 @@
 #include "platform/processes.h"
 
 #include "foundation/error.h"
-#include "foundation/text.h"
 #include "platform/linux/files/descriptor.h"
 #include "platform/linux/processes/ping_program.h"
 #include "support/root_test.h"
