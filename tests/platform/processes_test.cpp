@@ -40,7 +40,7 @@ class Processes : public support::RootTest {
         work();
         dup2(usual, STDERR_FILENO);
         close(usual);
-        const std::string written = trial::readFile("/dev/fd/" + std::to_string(ends[0]));
+        std::string written = trial::readFile("/dev/fd/" + std::to_string(ends[0]));
         close(ends[0]);
         return written;
     }
