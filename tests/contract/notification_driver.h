@@ -4,22 +4,9 @@
 
 #include "platform/notifications.h"
 
-#include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace contract::notifications {
-
-struct Post {
-    std::string name;
-    std::string object;
-    platform::Dictionary userInfo;
-    std::uint32_t options = 0;
-
-    bool operator==(const Post&) const = default;
-};
 
 /// What is outside of this process: other processes on the bus, and the system.
 class Outside {
@@ -34,9 +21,6 @@ class Outside {
 
     /// The machine goes to sleep or wakes, by the notification's name; returns when the observers have been called.
     void changeSleep(const platform::Notification& notification);
-
-    /// The posts of this process that have come out of it since construction; waits until there are that many.
-    std::vector<Post> posts(std::size_t count) const;
 
   private:
     struct State;

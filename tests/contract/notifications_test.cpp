@@ -7,7 +7,6 @@ namespace {
 
 using namespace platform;
 using contract::notifications::Outside;
-using contract::notifications::Post;
 using testing::ElementsAre;
 
 struct Center {
@@ -140,15 +139,6 @@ TEST(LocalCenterContract, DeliversBeforePostReturns) {
     const auto inner = local_center::addObserver("inner", [&](const Notification&) { calls += "inner "; });
     local_center::post("outer");
     EXPECT_EQ(calls, "outer inner end ");
-}
-
-TEST(DistributedCenterContract, PostsInOrderWithAllThatTheyCarry) {
-    const Outside outside;
-    distributed_center::post("first", "object", Dictionary{{"key", "value"}}, postToAllSessions);
-    distributed_center::post("second");
-    EXPECT_THAT(outside.posts(2),
-                ElementsAre(Post{.name = "first", .object = "object", .userInfo = {{"key", "value"}}, .options = 2},
-                            Post{.name = "second", .object = "", .userInfo = {}, .options = 3}));
 }
 
 TEST(DistributedCenterContract, RefusesNamesThatCannotBeObserved) {

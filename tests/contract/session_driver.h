@@ -2,26 +2,14 @@
 // service.
 #pragma once
 
-#include <memory>
+#include <functional>
+#include <optional>
 #include <string>
 
 namespace contract::session {
 
-/// While it lives, the services under test see a machine with the users "ann" and "bob", nobody at its console.
-class Machine {
-  public:
-    Machine();
-    ~Machine();
-    Machine(const Machine&) = delete;
-    Machine& operator=(const Machine&) = delete;
-
-    /// The user's desktop is at the console from now on.
-    void logIn(const std::string& user);
-    void logOut();
-
-  private:
-    struct State;
-    std::unique_ptr<State> state_;
-};
+/// Does the work while the services under test see a machine with the users "ann" and "bob" and that one, if any, at
+/// its console.
+void onMachine(const std::optional<std::string>& consoleUser, const std::function<void()>& work);
 
 } // namespace contract::session

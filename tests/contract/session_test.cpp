@@ -6,28 +6,21 @@
 namespace {
 
 using namespace platform;
+using contract::session::onMachine;
 
-class SessionContract : public testing::Test {
-  protected:
-    contract::session::Machine machine;
-};
-
-TEST_F(SessionContract, TheConsoleUserIsLookedUpAnew) {
-    EXPECT_EQ(session::consoleUser(), std::nullopt);
-    machine.logIn("ann");
-    EXPECT_EQ(session::consoleUser(), "ann");
-    machine.logIn("bob");
-    EXPECT_EQ(session::consoleUser(), "bob");
-    machine.logOut();
-    EXPECT_EQ(session::consoleUser(), std::nullopt);
+TEST(SessionContract, TheConsoleUserIsLookedUpAnew) {
+    onMachine("ann", [] { EXPECT_EQ(session::consoleUser(), "ann"); });
+    onMachine("bob", [] { EXPECT_EQ(session::consoleUser(), "bob"); });
+    onMachine(std::nullopt, [] { EXPECT_EQ(session::consoleUser(), std::nullopt); });
 }
 
-TEST_F(SessionContract, AHomeFolderNeedsNoLogin) {
-    EXPECT_EQ(session::homeFolder("ann"), "/Users/ann");
-    EXPECT_EQ(session::homeFolder("bob"), "/Users/bob");
-    EXPECT_EQ(session::homeFolder("nobody here"), std::nullopt);
-    EXPECT_EQ(session::homeFolder(""), std::nullopt);
-    EXPECT_TRUE(session::currentHomeFolder().starts_with("/"));
+TEST(SessionContract, AHomeFolderNeedsNoLogin) {
+    onMachine(std::nullopt, [] {
+        EXPECT_EQ(session::homeFolder("bob"), "/Users/bob");
+        EXPECT_EQ(session::homeFolder("nobody here"), std::nullopt);
+        EXPECT_EQ(session::homeFolder(""), std::nullopt);
+        EXPECT_TRUE(session::currentHomeFolder().starts_with("/"));
+    });
 }
 
 } // namespace

@@ -38,20 +38,6 @@ TEST(ClockContract, EndsASleepWhenAStopIsRequested) {
     sleepOn(requestedBefore.get_token());
 }
 
-TEST(ClockContract, GivesDateAndTime) {
-    EXPECT_THAT(clock::timestamp(),
-                testing::MatchesRegex("[0-9]{4}-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9]"));
-}
-
-TEST(RunLoopContract, ReturnsWhenItIsStopped) {
-    RunLoop loop;
-    const RunLoop::Source source(loop);
-    loop.stop(); // remembered until `run`
-    loop.run();
-    const std::jthread stopper([&] { loop.stop(); });
-    loop.run();
-}
-
 TEST(TimerContract, CallsAtEachBeatAfterTheFirstInterval) {
     RunLoop loop;
     std::vector<std::chrono::nanoseconds> calls;

@@ -79,13 +79,4 @@ inline std::string described(const trial::WebRequest& request) {
     return request.method + ' ' + request.header("Host").value_or("") + request.target;
 }
 
-/// Whether `all` holds the wanted lines in this order, others in between or not.
-inline bool inOrder(const Lines& all, const Lines& wanted) {
-    auto next = wanted.begin();
-    for (const std::string& line : all) {
-        next += next != wanted.end() && *next == line ? 1 : 0;
-    }
-    return next == wanted.end();
-}
-
 } // namespace e2e

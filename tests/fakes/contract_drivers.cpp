@@ -18,14 +18,6 @@ void Outside::post(const platform::Notification& notification) { fakes::notifica
 
 void Outside::changeSleep(const platform::Notification& notification) { fakes::notifications::deliver(notification); }
 
-std::vector<Post> Outside::posts(std::size_t /*count*/) const {
-    std::vector<Post> posts;
-    for (const auto& post : fakes::notifications::posts()) {
-        posts.push_back({post.name, post.object, post.userInfo.value_or(platform::Dictionary{}), post.options});
-    }
-    return posts;
-}
-
 } // namespace contract::notifications
 
 std::chrono::nanoseconds contract::time::now() {
@@ -44,12 +36,8 @@ bool contract::time::passUntil(platform::RunLoop& /*loop*/, const std::function<
     return true;
 }
 
-struct contract::session::Machine::State {};
-
-contract::session::Machine::Machine() { fakes::machine::reset(); }
-
-contract::session::Machine::~Machine() { fakes::machine::reset(); }
-
-void contract::session::Machine::logIn(const std::string& user) { fakes::machine::consoleUser(user); }
-
-void contract::session::Machine::logOut() { fakes::machine::consoleUser(std::nullopt); }
+void contract::session::onMachine(const std::optional<std::string>& consoleUser, const std::function<void()>& work) {
+    fakes::machine::consoleUser(consoleUser);
+    work();
+    fakes::machine::reset();
+}

@@ -41,15 +41,6 @@ void Outside::changeSleep(const Notification& notification) {
     support::serveUntil(RunLoop::main(), [&] { return isOver; });
 }
 
-std::vector<Post> Outside::posts(std::size_t count) const {
-    state_->client.waitFor([count](const auto& heard) { return heard.size() >= count; });
-    std::vector<Post> posts;
-    for (const trial::Posted& post : state_->client.heard()) {
-        posts.push_back({post.name, post.object, post.userInfo, post.options});
-    }
-    return posts;
-}
-
 } // namespace contract::notifications
 
 std::chrono::nanoseconds contract::time::now() { return std::chrono::steady_clock::now().time_since_epoch(); }
@@ -58,17 +49,13 @@ bool contract::time::passUntil(RunLoop& loop, const std::function<bool()>& condi
     return support::serveUntil(loop, condition);
 }
 
-struct contract::session::Machine::State {
-    trial::TrialRoot root;
-};
-
-contract::session::Machine::Machine() : state_(std::make_unique<State>()) {
-    fakes::deployment::setRoot(state_->root.path().string());
-    state_->root.write("/etc/passwd", "ann:x:501:20::/Users/ann:/bin/sh\nbob:x:502:20::/Users/bob:/bin/sh\n");
+void contract::session::onMachine(const std::optional<std::string>& consoleUser, const std::function<void()>& work) {
+    const trial::TrialRoot root;
+    fakes::deployment::setRoot(root.path().string());
+    root.logIn(consoleUser.value_or("ann"));
+    if (!consoleUser) {
+        root.write("/run/systemd/seats/seat0", "IS_SEAT0=1\n");
+    }
+    work();
+    fakes::deployment::setRoot("");
 }
-
-contract::session::Machine::~Machine() { fakes::deployment::setRoot(""); }
-
-void contract::session::Machine::logIn(const std::string& user) { state_->root.logIn(user); }
-
-void contract::session::Machine::logOut() { state_->root.write("/run/systemd/seats/seat0", "IS_SEAT0=1\n"); }
