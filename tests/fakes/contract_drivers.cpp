@@ -26,7 +26,6 @@ std::chrono::nanoseconds contract::time::now() {
 }
 
 bool contract::time::passUntil(platform::RunLoop& /*loop*/, const std::function<bool()>& condition) {
-    fakes::clock::setStepped(true);
     while (!condition()) {
         if (fakes::clock::sleepers() > 0 || !fakes::clock::alarms.empty()) {
             fakes::clock::advance();
