@@ -26,13 +26,10 @@ TEST_P(TrashRule, PairsTheRenamesOfOneBatch) { EXPECT_EQ(folderMoves(GetParam().
 INSTANTIATE_TEST_SUITE_P(
     Batches, TrashRule,
     testing::Values(
-        Batch{"Empty", {}, {}}, //
         Batch{"NoDestination", {{app, folder}}, {}},
         Batch{"ToATrash", {{app, folder}, {trashed, folder}}, {{app, trashed}}},
-        Batch{"ToAnotherFolder", {{app, folder}, {moved, folder}}, {{app, moved}}},
         Batch{"TheSourceStaysForTheNext", {{app, folder}, {other, folder}, {trashed, folder}}, {{app, trashed}}},
         Batch{"AFileIsNoDestination", {{app, folder}, {trashed, file}}, {}},
-        Batch{"NorIsWhatIsBoth", {{app, folder}, {trashed, folder | file}}, {}},
         Batch{"NorIsWhatIsNeither", {{app, folder}, {trashed, platform::itemRenamed}}, {}},
         Batch{"ASourceMayBeOfAnyKind", {{app, file}, {trashed, folder}}, {{app, trashed}}},
         Batch{"WhatIsNoRenameIsSkipped", {{other, 0}, {app, folder}, {app, 0}, {trashed, folder}}, {{app, trashed}}},
