@@ -298,7 +298,7 @@ void HVLPingManager::pintThreeBestProxiesOnOneHr(std::int32_t seconds) {
     }
     keepAtMost(pinged, topFive);
     addPings(pinged);
-    // Not a wait for the pings: a result that comes later reaches the file a turn later.
+    // Not a wait for the pings: a result that comes later is lost.
     platform::clock::sleep(std::chrono::seconds(seconds), ending_.get_token());
     if (ending_.stop_requested()) {
         return;
@@ -329,6 +329,7 @@ void HVLPingManager::measureAllOnceCompleted() {
 }
 
 void HVLPingManager::refillBestProxies() {
+    const std::lock_guard lock(bestProxiesFile());
     auto all = HVLPingMutableArray::initWithPlistWithPath(paths::allProxies);
     if (all.count() == 0) {
         return;
@@ -336,7 +337,6 @@ void HVLPingManager::refillBestProxies() {
     keepAnsweredFastestFirst(all);
     keepAtMost(all, bestProxyLimit);
     log("Top proxies list is empty. Helper Reupdate");
-    const std::lock_guard lock(bestProxiesFile());
     writeComplete(all, paths::proxies);
 }
 

@@ -156,4 +156,30 @@ TEST_F(Processes, PingOfTheSystemHasASummaryWhenAReplyCame) {
     EXPECT_EQ(runPing("not a host", {.interrupt = "5", .kill = "2"}), "");
 }
 
+TEST_F(Processes, PingMeasuresALinkThatComesUpWhileItRuns) {
+    // The real ping, in a network namespace whose router calls the address unreachable for a second and a half.
+    replacePing(R"sh([ -n "${APART:-}" ] || APART=1 exec unshare --map-root-user --net -- "$0" "$@"
+unshare --net sleep 20 >/dev/null 2>&1 &
+router=$!
+at_router() { nsenter --net=/proc/$router/ns/net -- "$@"; }
+until [ "$(readlink /proc/$router/ns/net)" != "$(readlink /proc/self/ns/net)" ]; do :; done
+ip link add near type veth peer name far netns $router
+ip address add 10.0.0.1/24 dev near
+ip link set near up
+ip route add default via 10.0.0.2
+at_router ip address add 10.0.0.2/24 dev far
+at_router ip link set far up
+at_router sh -c 'echo 1 >/proc/sys/net/ipv4/ip_forward'
+at_router ip route add unreachable 10.9.9.9
+{
+    sleep 1.5
+    at_router ip route delete unreachable 10.9.9.9
+    at_router ip address add 10.9.9.9/32 dev far
+} >/dev/null 2>&1 &
+exec /usr/bin/ping "$@")sh");
+    const std::string output = processes::ping("10.9.9.9");
+    EXPECT_THAT(output, HasSubstr("Unreachable"));
+    EXPECT_THAT(output, HasSubstr("min/avg/max/stddev = 0."));
+}
+
 } // namespace

@@ -59,20 +59,25 @@ struct FileSystemEventStream::State {
     void scheduleLook(bool always) {
         lookAlways = lookAlways || always;
         onWays = {};
-        look.fireAt(std::max(nextLook, Clock::now()));
+        if (!std::exchange(isLookDue, true)) {
+            look.fireAt(std::max(nextLook, Clock::now()));
+        }
     }
 
     void lookForFolders() {
-        folders.find(std::exchange(lookAlways, false));
-        nextLook = Clock::now() + lookPause;
+        const auto begin = Clock::now();
+        isLookDue = false;
         watchWays();
+        folders.find(std::exchange(lookAlways, false));
+        const auto end = Clock::now();
+        nextLook = end + std::max<Clock::duration>(lookPause, end - begin);
     }
 
     void recover() {
         const auto begin = Clock::now();
+        isRecoveryDue = false;
         folders.recover();
         const auto end = Clock::now();
-        isRecoveryDue = false;
         nextRecovery = end + std::max<Clock::duration>(leastRecoveryPause, recoveryShare * (end - begin));
         scheduleDelivery();
     }
@@ -107,6 +112,7 @@ struct FileSystemEventStream::State {
     Clock::time_point nextLook;
     Clock::time_point nextRecovery;
     bool lookAlways = false;
+    bool isLookDue = false;
     bool isDeliveryDue = false;
     bool isRecoveryDue = false;
     /// The mount table: a file system that comes or goes may bring, cover or take a folder.

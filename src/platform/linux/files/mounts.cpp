@@ -1,5 +1,6 @@
 #include "platform/linux/files/mounts.h"
 
+#include "foundation/error.h"
 #include "foundation/numbers.h"
 #include "foundation/text.h"
 #include "platform/linux/files/folders.h"
@@ -15,7 +16,7 @@ namespace platform {
 
 namespace {
 
-constexpr std::size_t longestTable = std::size_t{4} << 20;
+constexpr std::size_t longestTable = std::size_t{64} << 20;
 
 constexpr std::array<std::string_view, 8> servedElsewhere{"fuse", "nfs", "cifs", "smb", "9p", "ceph", "afs", "autofs"};
 
@@ -35,7 +36,10 @@ Mounts::Mounts() {
     // "36 35 98:0 /mnt1 /mnt2 rw,noatime master:1 - ext3 /dev/root rw,errors=continue"
     const Descriptor file(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
     const auto table = file ? readAll(file.get(), longestTable) : std::nullopt;
-    for (const std::string& line : text::split(table.value_or(""), "\n")) {
+    if (!table) {
+        throw Exception("file-system events: the mount table can't be read");
+    }
+    for (const std::string& line : text::split(*table, "\n")) {
         const auto fields = text::split(line, " ");
         const auto dash = std::find(fields.begin(), fields.end(), "-");
         const auto id = text::wholeNumber<std::uint64_t>(fields.front());

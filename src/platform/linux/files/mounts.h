@@ -14,6 +14,7 @@ namespace platform {
 /// The mounts of this moment. For one thread.
 class Mounts {
   public:
+    /// Throws Exception when the system's table can't be read.
     Mounts();
 
     /// Opens the folder at an absolute path below HAVREL_ROOT for its place alone (O_PATH), without asking anything of

@@ -21,16 +21,14 @@ std::optional<std::string> ownerOf(std::string_view path) {
     return name.find('/') == std::string_view::npos ? std::optional(std::string(name)) : std::nullopt;
 }
 
-std::vector<std::string> desktopTrashes(const User& user, const std::set<std::string>& tops, const Mounts& mounts) {
+/// Which of them a desktop chooses depends on the file system of the home, which may be mounted later.
+std::vector<std::string> desktopTrashes(const User& user, const std::set<std::string>& tops) {
     std::vector<std::string> folders{user.home + "/.local/share/Trash/files"};
-    const std::string homeTop = mounts.topOf(user.home);
     const std::string id = std::to_string(user.id);
     for (const std::string& top : tops) {
-        if (top != homeTop) {
-            const std::string prefix = top == "/" ? "" : top;
-            folders.push_back(text::format("%@/.Trash-%@/files", prefix, id));
-            folders.push_back(text::format("%@/.Trash/%@/files", prefix, id));
-        }
+        const std::string prefix = top == "/" ? "" : top;
+        folders.push_back(text::format("%@/.Trash-%@/files", prefix, id));
+        folders.push_back(text::format("%@/.Trash/%@/files", prefix, id));
     }
     return folders;
 }
@@ -50,8 +48,9 @@ std::vector<WatchedFolder> withDesktopTrashes(const std::vector<std::string>& pa
         const std::size_t product = folders.size();
         folders.push_back({path, path});
         const auto name = ownerOf(path);
-        if (const auto user = name ? loginRecords().findUser(*name) : std::nullopt; user && !user->home.empty()) {
-            for (const std::string& place : desktopTrashes(*user, tops, mounts)) {
+        if (const auto user = name ? loginRecords().findUser(*name) : std::nullopt;
+            user && user->home.starts_with('/')) {
+            for (const std::string& place : desktopTrashes(*user, tops)) {
                 folders.push_back({path, place, product});
             }
         }

@@ -111,7 +111,11 @@ void WatchedFolders::find(bool always) {
         return;
     }
     isAnyGone_ = false;
-    mounts_ = Mounts();
+    try {
+        mounts_ = Mounts();
+    } catch (const Exception& error) {
+        reportLimit_(error.what()); // the mounts of the last look are better than none
+    }
     for (int looks = 0; looks < mostLooks; ++looks) {
         for (std::size_t index = 0; index < folders_.size(); ++index) {
             findFolder(index);
@@ -157,16 +161,17 @@ void WatchedFolders::release(std::size_t index) {
 /// Watches the folders above the watched ones for being moved, and the nearest existing one above a missing one for new
 /// entries. True if the next folder on a way has appeared meanwhile.
 bool WatchedFolders::watchWays() {
-    std::map<std::string, std::uint32_t> wanted;
+    std::set<std::string> ways;
+    std::set<std::string> arrivals;
     std::vector<std::string> awaited;
     for (const Folder& folder : folders_) {
         bool isMissing = isWanted(folder) && folder.watch < 0;
         for (std::string path = folder.place; path.size() > 1;) {
             std::string next = path;
             path.resize(std::max<std::size_t>(path.rfind('/'), 1));
-            wanted[path] |= wayEvents;
+            ways.insert(path);
             if (isMissing && mounts_.reach(path)) {
-                wanted[path] |= arrivalEvents;
+                arrivals.insert(path);
                 awaited.push_back(std::move(next));
                 isMissing = false;
             }
@@ -177,10 +182,12 @@ bool WatchedFolders::watchWays() {
         awaitedNames_.insert(path.substr(path.rfind('/') + 1));
     }
     const std::set<int> outdated = std::exchange(wayWatches_, {});
-    for (const auto& [path, events] : wanted) {
-        if (const Descriptor folder = mounts_.reach(path)) {
-            wayWatches_.insert(addWatch(ways_.get(), folder, events));
-        }
+    // The first pass resets what a folder was watched for, the second adds to it: two paths may lead to one folder.
+    for (const std::string& path : ways) {
+        watchWay(path, wayEvents);
+    }
+    for (const std::string& path : arrivals) {
+        watchWay(path, arrivalEvents | IN_ONLYDIR | IN_MASK_ADD);
     }
     for (const int watch : outdated) {
         if (!wayWatches_.contains(watch)) {
@@ -189,6 +196,14 @@ bool WatchedFolders::watchWays() {
     }
     return std::any_of(awaited.begin(), awaited.end(),
                        [this](const std::string& path) { return static_cast<bool>(mounts_.reach(path)); });
+}
+
+void WatchedFolders::watchWay(const std::string& path, std::uint32_t events) {
+    const Descriptor folder = mounts_.reach(path);
+    const int watch = folder ? addWatch(ways_.get(), folder, events) : -1;
+    if (watch >= 0) {
+        wayWatches_.insert(watch);
+    }
 }
 
 void WatchedFolders::readMoves() {
@@ -218,6 +233,8 @@ void WatchedFolders::handle(const inotify_event& event) {
     const Place place{watch->second, event.name};
     if ((event.mask & renames) != 0) {
         handleRename(event, place);
+    } else if ((event.mask & IN_CREATE) != 0) {
+        told_.erase(place);
     }
     touched_.insert(place);
 }

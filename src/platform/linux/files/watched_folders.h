@@ -70,6 +70,7 @@ class WatchedFolders {
     void findFolder(std::size_t index);
     bool isWanted(const Folder& folder) const;
     bool watchWays();
+    void watchWay(const std::string& path, std::uint32_t events);
     void release(std::size_t index);
     void handle(const inotify_event& event);
     void handleRename(const inotify_event& event, const Place& place);
