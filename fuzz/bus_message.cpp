@@ -82,7 +82,7 @@ class Peer {
 
     sd_bus& bus() { return *bus_; }
 
-    void send(const std::string& bytes) {
+    void send(const std::string& bytes) const {
         require(::send(remote_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size()));
     }
 

@@ -28,7 +28,7 @@ void RunLoop::stop() {
     state_->stopped.notify_all();
 }
 
-void RunLoop::perform(std::function<void()> task) { task(); }
+void RunLoop::perform(std::function<void()> task) { task(); } // NOLINT(performance-unnecessary-value-param)
 
 RunLoop::Source::Source(RunLoop& loop) : loop_(loop) {}
 

@@ -89,7 +89,7 @@ TEST_F(LinuxTools, PsShowsProgramsAndGraphicalSessionsNotTheNamesThatProcessesTa
     std::filesystem::permissions(program, std::filesystem::perms::all);
     const auto listing = [](const std::string& command, const std::string& runs) {
         return "{ /bin/bash -c \"exec " + command + " 60\" & until [ /proc/$!/exe -ef \"" + runs +
-               "\" ]; do :; done; ps -A | sed -n \"s/^$! [^ ]* [^ ]* //p\"; kill $!; }";
+               R"(" ]; do :; done; ps -A | sed -n "s/^$! [^ ]* [^ ]* //p"; kill $!; })";
     };
     expectEach({
         {.name = "the program", .commandLine = listing("'" + program + "'", program), .output = program + "\n"},

@@ -139,6 +139,7 @@ TEST_F(Preferences, LoseNoThreadsKeyNotEvenToAReset) {
     for (int round = 0; round < 20; ++round) {
         root.write(file, "damaged");
         std::vector<std::jthread> threads;
+        threads.reserve(12);
         for (int thread = 0; thread < 12; ++thread) {
             threads.emplace_back([this, thread] {
                 prefs.isServiceEnabled();
