@@ -125,12 +125,6 @@ TEST_F(SystemFacts, AMachineWithoutDmiHasADeviceTree) {
     EXPECT_EQ(system_info::hardwareModel(), "Board 4 Model B");
 }
 
-TEST_F(SystemFacts, TheNameThatIsShownComesFirst) {
-    root.write("/etc/hostname", "box\n");
-    root.write("/etc/machine-info", "PRETTY_HOSTNAME=\"Ann's \\\"Box\\\"\"\n");
-    EXPECT_EQ(network::computerName(), "Ann's \"Box\"");
-}
-
 TEST_F(SystemFacts, HomeFoldersStandInTheUserDatabase) {
     root.write("/etc/passwd", "broken\nbad:x:-1:0::/bad:/bin/sh\nnohome:x:" + std::to_string(geteuid()) +
                                   ":1001:::/bin/sh\nann:x:1000:1000:Ann:/Users/ann:/bin/sh\n");

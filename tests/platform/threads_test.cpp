@@ -1,18 +1,14 @@
-// Queues and the request to end.
+// Queues of operations.
 #include "foundation/error.h"
 #include "foundation/operation_queue.h"
 #include "platform/clock.h"
-#include "platform/termination.h"
 #include "support/thread_shortage.h"
 #include "trial/support/wait.h"
 
 #include <algorithm>
 #include <atomic>
-#include <csignal>
-#include <cstdlib>
 #include <gmock/gmock.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -73,21 +69,6 @@ TEST(OperationQueue, MakesLaterTheThreadsThatItCannotMakeNow) {
     EXPECT_LE(std::ranges::count(testing::internal::GetCapturedStderr(), '\n'), 1);
     EXPECT_TRUE(trial::eventually([&] { return operations.operationCount() == 0; }));
     EXPECT_EQ(done, count);
-}
-
-TEST(Termination, IsHandledOnAThreadOfItsOwnWhileTheMainThreadIsBusy) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the child begins anew, with no threads of this process's
-    for (const int signal : {SIGTERM, SIGINT}) {
-        const auto handleInAChild = [signal] {
-            const auto mainThread = std::this_thread::get_id();
-            termination::onRequest([mainThread] { std::_Exit(std::this_thread::get_id() == mainThread ? 1 : 0); });
-            ::kill(::getpid(), signal);
-            for (;;) {
-                std::this_thread::yield();
-            }
-        };
-        EXPECT_EXIT(handleInAChild(), testing::ExitedWithCode(0), "") << signal;
-    }
 }
 
 } // namespace

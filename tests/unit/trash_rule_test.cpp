@@ -47,23 +47,13 @@ TEST(TrashedProduct, IsKnownByItsExactPath) {
     const std::string suite = "/Library/Application Support/HVLForMac/";
     const Product rows[] = {
         {"/Applications/HavrelSuite.app", TrashedProduct::host},
-        {"/Applications/HavrelSuite", TrashedProduct::host},
-        {"/Applications/HavrelHost", TrashedProduct::host},
         {"/Applications/HavrelHost.app", TrashedProduct::host},
-        {suite + "HavrelUninstaller.app", TrashedProduct::host},
-        {suite + "Resources", TrashedProduct::host},
         {suite + "Resources/File Transfer.app", TrashedProduct::host},
-        {suite + "Resources/Host File Transfer.app", TrashedProduct::host},
-        {suite + "Resources/HavrelDesktop.app", TrashedProduct::host},
-        {suite + "Resources/HavrelView.app", TrashedProduct::host},
-        {suite + "Resources/HVLNote.app", TrashedProduct::host},
         {suite + "Resources/HVLVersionUpdate", TrashedProduct::host},
-        {"/Applications/HavrelViewer", TrashedProduct::viewer},
         {"/Applications/HavrelViewer.app", TrashedProduct::viewer},
         {"/Applications/havrelhost.app", TrashedProduct::none},
         {"/Applications/HavrelHost.app/", TrashedProduct::none},
         {"/Applications/HavrelHost.app.old", TrashedProduct::none},
-        {"/Applications/Havrel", TrashedProduct::none},
     };
     for (const Product& row : rows) {
         EXPECT_EQ(trashedProduct({row.path, "/Users/ann/.Trash/x"}), row.product) << row.path;
