@@ -77,6 +77,15 @@ TEST_F(Identity, IsSettledAtStartUp) {
     }
 }
 
+TEST(CloneRule, ComparesTheSerialNumbers) {
+    EXPECT_EQ(installationOf({}, "C2"), Installation::unidentified);
+    EXPECT_EQ(installationOf("C2", {}), Installation::fresh);
+    EXPECT_EQ(installationOf("C2", ""), Installation::fresh);
+    EXPECT_EQ(installationOf("C2", "C2"), Installation::unchanged);
+    EXPECT_EQ(installationOf("C2", "C3"), Installation::cloned);
+    EXPECT_EQ(installationOf("2", 2), Installation::cloned) << "the saved one is no text";
+}
+
 TEST(CloneRule, CutsDescriptionsFrom46Characters) {
     const std::string e45 = support::repeated("é", 45);
     EXPECT_EQ(describeClone(e45, 12345), e45 + "_12345");

@@ -9,6 +9,29 @@ namespace {
 
 using namespace std::chrono;
 
+TEST(PingerCycle, FollowsFromTheCounterAndThePauseSoFar) {
+    const struct {
+        const char* name;
+        unsigned counter;
+        minutes pause;
+        havrel::PingerCycle expected;
+    } rows[] = {
+        {"the first", 0, 8min, {.isFull = true, .topFiveWait = 1s, .pause = 8min, .next = 1}},
+        {"the last quick one", 2, 8min, {.topFiveWait = 1s, .pause = 8min, .next = 3}},
+        {"from now on every hour", 3, 8min, {.topFiveWait = 15s, .pause = 1h, .next = 4}},
+        {"the next full one", 23, 1h, {.isFull = true, .topFiveWait = 1s, .pause = 1h, .next = 1}},
+    };
+
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const havrel::PingerCycle cycle = havrel::pingerCycle(row.counter, row.pause);
+        EXPECT_EQ(cycle.isFull, row.expected.isFull);
+        EXPECT_EQ(cycle.topFiveWait, row.expected.topFiveWait);
+        EXPECT_EQ(cycle.pause, row.expected.pause);
+        EXPECT_EQ(cycle.next, row.expected.next);
+    }
+}
+
 using Schedule = support::CoreTest;
 
 TEST_F(Schedule, OfEightDays) {

@@ -46,3 +46,12 @@ TEST_F(SleepTimer, IsNotReadAgainWhileAnEmptyOneIsStored) {
     EXPECT_THAT(fakes::processes::calls(),
                 testing::Not(testing::Contains("/bin/bash -c systemsetup -getcomputersleep")));
 }
+
+TEST_F(SleepTimer, IsForgottenByAnUninstall) {
+    helper->uninstallHavrelAction({});
+    hostPreferences().setComputerSleep("45");
+    hostPreferences().setDisplaySleep("15");
+    helper->recevedSleepState({"sleepState", "", platform::Dictionary{{"sleep", "0"}}});
+    EXPECT_EQ(hostPreferences().computerSleep(), Value(""));
+    EXPECT_EQ(hostPreferences().displaySleep(), Value(""));
+}
