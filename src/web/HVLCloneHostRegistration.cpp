@@ -5,6 +5,7 @@
 #include "foundation/json.h"
 #include "logging/HVLLogger.h"
 #include "prefs/HVLUserPrefManager.h"
+#include "web/AnswerMember.h"
 #include "web/HVLConnectionUtil.h"
 #include "web/HVLUrl.h"
 
@@ -40,14 +41,6 @@ std::optional<Value> parsed(const std::optional<std::string>& json) {
 std::optional<Value> member(const std::optional<Value>& object, std::string_view name) {
     const Value* value = object ? object->member(name) : nullptr;
     return value != nullptr ? std::optional(*value) : std::nullopt;
-}
-
-/// A member that is to be stored. Null and containers count as absent: they are no tokens, and a preference file can't
-/// hold a null.
-std::optional<Value> scalarMember(const std::optional<Value>& object, std::string_view name) {
-    auto value = member(object, name);
-    const bool isScalar = value && !value->isNull() && value->array() == nullptr && value->dictionary() == nullptr;
-    return isScalar ? value : std::nullopt;
 }
 
 /// Stores the token as the host's and as that of the user who is logged in; nullopt clears both.
@@ -93,7 +86,7 @@ bool HVLCloneHostRegistration::configureClonedHost() const {
         }
     }
     // Anything but a success clears both, so that no stale token stays behind.
-    store(scalarMember(registration, "access_token"), scalarMember(registration, "proxy_topic"));
+    store(storableMember(registration, "access_token"), storableMember(registration, "proxy_topic"));
     return true;
 }
 

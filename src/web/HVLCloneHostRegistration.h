@@ -9,8 +9,9 @@ class HVLCloneHostRegistration {
   public:
     /// `configureClonedHost`, and `updateHostInfo` if that returned true.
     void registerNewHostForClone() const;
-    /// Asks for a new host token and proxy topic and stores them; any answer but a success clears both. False only if
-    /// the service refused the host description: true also when it could not be reached.
+    /// Asks for a new host token and proxy topic and stores them; any answer but a success clears both, and one that
+    /// can't be stored (`storableMember`) is cleared. False only if the service refused the host description: true
+    /// also when it could not be reached.
     bool configureClonedHost() const;
     /// Publishes the host description under the new token.
     void updateHostInfo() const;

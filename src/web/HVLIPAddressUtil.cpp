@@ -6,6 +6,7 @@
 #include "foundation/unicode.h"
 #include "logging/HVLLogger.h"
 #include "platform/network.h"
+#include "web/AnswerMember.h"
 #include "web/HVLConnectionUtil.h"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ std::optional<std::string> reportedAddress(const std::string& answer) {
         HVLLogger::instance().logString(text::format("Response for getRemoteIP:%@", error));
         return std::nullopt;
     }
-    auto address = object->textMember("remoteIp");
+    auto address = platform::textOf(storableMember(object, "remoteIp"));
     if (!address) {
         HVLLogger::instance().logString("HavrelHelper : Failed to GET IP getRemoteIP");
     }

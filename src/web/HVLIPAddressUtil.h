@@ -13,8 +13,8 @@ class HVLIPAddressUtil {
     /// What `externalIPAddress` returns if there is no address at all; callers ignore it.
     static constexpr const char* fallbackAddress = "192.168.1.1";
 
-    /// The public address as the service reports it, unchecked; failing that the first of `getIP4Add`, failing that
-    /// `fallbackAddress`. Sends at most two requests, each with a time-out of 5 seconds.
+    /// The public address as the service reports it, of which only the length is checked; failing that the first of
+    /// `getIP4Add`, failing that `fallbackAddress`. Sends at most two requests, each with a time-out of 5 seconds.
     static std::string externalIPAddress();
     /// The IPv4 addresses of all interfaces that are up, except the loopback's, in the system's order; nullopt if the
     /// interfaces can't be read.

@@ -1,5 +1,7 @@
+#include "foundation/json.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "support/core_test.h"
+#include "web/HVLCloneHostRegistration.h"
 #include "web/HVLConnectionUtil.h"
 #include "web/HVLIPAddressUtil.h"
 #include "web/HVLUrl.h"
@@ -113,6 +115,41 @@ TEST_F(WebRequest, AsksTwiceForThePublicAddressAndThenTheMachine) {
     }
     EXPECT_THAT(takeLog(generalLog), IsSupersetOf({StartsWith("HavrelHelper : Failed to GET IP getRemoteIP"),
                                                    StartsWith("Response for getRemoteIP:E")}));
+}
+
+TEST_F(WebRequest, StoresNothingThatAnAnswerShouldNotHold) {
+    const auto quoted = [](const std::string& text) { return '"' + text + '"'; };
+    const std::string longest(4096, 'x');
+
+    const struct {
+        const char* name;
+        std::string member; // of the answers
+        std::optional<platform::Value> stored;
+    } cases[] = {
+        {"the longest text", quoted(longest), longest},
+        {"a longer text", quoted(longest + 'x'), {}},
+        {"null", "null", {}},
+        {"an array", R"(["T"])", {}},
+        {"an object", R"({"T":"T"})", {}},
+        {"a flag", "true", true},
+        {"a number of 65 bits", "18446744073709551616", 0x1p64},
+        {"no number", "NaN", {}},
+        {"two members of that name", R"("T", "remoteIp": null, "access_token": null)", {}},
+    };
+
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        hostPreferences().setHostID("old");
+        const std::string message = R"({"access_token":)" + row.member + "}";
+        fakes::network::answerWith(
+            platform::json::prettyPrinted(platform::Dictionary{{"status", "OK"}, {"message", message}}).value());
+        EXPECT_TRUE(HVLCloneHostRegistration().configureClonedHost());
+        EXPECT_EQ(hostPreferences().hostID(), row.stored);
+
+        fakes::network::answerWith(R"({"remoteIp":)" + row.member + "}");
+        EXPECT_EQ(HVLIPAddressUtil::externalIPAddress(),
+                  platform::textOf(row.stored).value_or(HVLIPAddressUtil::fallbackAddress));
+    }
 }
 
 TEST_F(WebRequest, KnowsTheMachinesAddresses) {
