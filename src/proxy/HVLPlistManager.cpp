@@ -12,7 +12,7 @@
 #include "util/ProductPaths.h"
 #include "web/HVLConnectionUtil.h"
 #include "web/HVLUrl.h"
-#include "web/NSStringHVL.h"
+#include "web/UrlEscaping.h"
 
 namespace havrel {
 
@@ -112,7 +112,7 @@ std::optional<std::string> HVLPlistManager::fetchProxyListFromServer() const { r
 std::optional<std::string> HVLPlistManager::getUpdatedProxyOnGetRequest() const {
     std::optional<HVLError> dropped;
     return platform::network::sendSynchronousRequest(
-        HVLConnectionUtil::request(NSStringHVL::percentEscaped(listUrl(), "+")), dropped);
+        HVLConnectionUtil::request(url_escaping::escaped(listUrl(), url_escaping::wholeUrl)), dropped);
 }
 
 std::optional<std::string> HVLPlistManager::getUpdatedProxyList() const {

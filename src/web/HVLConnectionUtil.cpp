@@ -5,7 +5,7 @@
 #include "foundation/text.h"
 #include "foundation/unicode.h"
 #include "prefs/HVLUserPrefManager.h"
-#include "web/NSStringHVL.h"
+#include "web/UrlEscaping.h"
 
 #include <string_view>
 #include <utility>
@@ -135,7 +135,7 @@ std::optional<std::string> HVLConnectionUtil::extractInfoFromSucessStr(const std
 
 std::string HVLConnectionUtil::urlEncodeUsingEncoding(StringEncoding /*encoding*/,
                                                       const std::optional<platform::Value>& withString) {
-    return withString ? NSStringHVL::percentEscaped(withString->description(), "!*'();@&+=$,/?%#[] ") : std::string();
+    return withString ? url_escaping::escaped(withString->description(), url_escaping::queryValue) : std::string();
 }
 
 } // namespace havrel

@@ -7,10 +7,6 @@
 /// Texts are UTF-8. Thread-safe.
 namespace havrel::NSStringHVL {
 
-/// Percent-escapes, with upper-case digits, the characters in `alwaysEscaped` (ASCII) and whatever a URL can't hold.
-/// ASCII letters and digits, "-_.~" and URLs' other reserved characters and marks stay.
-std::string percentEscaped(std::string_view text, std::string_view alwaysEscaped);
-
 /// Percent-encoded after `decodeURLEncoding`, so that encoded text is not encoded twice.
 std::string URLEncoding(std::string_view text);
 /// The same, but "/" stays.
