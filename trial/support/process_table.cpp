@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace trial {
 
@@ -55,6 +58,19 @@ std::vector<Process> processTable() {
         }
     }
     return processes;
+}
+
+long peakMemory(pid_t process) {
+    const std::string status = readFile("/proc/" + std::to_string(process) + "/status");
+    const std::string label = "\nVmHWM:";
+    const std::size_t at = status.find(label);
+    return at == std::string::npos ? 0 : std::strtol(status.c_str() + at + label.size(), nullptr, 10);
+}
+
+long peakMemory() {
+    rusage children{};
+    ::getrusage(RUSAGE_CHILDREN, &children);
+    return std::max(peakMemory(::getpid()), children.ru_maxrss);
 }
 
 } // namespace trial

@@ -21,4 +21,9 @@ struct Process {
 
 std::vector<Process> processTable();
 
+/// The most memory that a process has held so far, in kilobytes; 0 if it has gone.
+long peakMemory(pid_t process);
+/// The same of the calling process, or of its largest child so far if that is more.
+long peakMemory();
+
 } // namespace trial

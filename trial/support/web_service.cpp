@@ -32,6 +32,10 @@ constexpr milliseconds forever{-1};
 /// How long to wait for bytes beyond the stated length of a body. Clients send them together with the rest.
 constexpr milliseconds excessGrace{20};
 constexpr milliseconds lingering{2000};
+/// Between the pieces of a slow answer.
+constexpr milliseconds pace{20};
+/// What is written at once.
+constexpr std::size_t portionSize = std::size_t{1} << 16;
 constexpr std::size_t headLimit = std::size_t{64} << 10;
 
 int must(int result, const char* what) {
@@ -51,29 +55,43 @@ bool waitFor(int descriptor, short events, const Descriptor& down, milliseconds 
     return ready > 0 && watched[1].revents == 0;
 }
 
-/// One TLS connection; its operations give up when the service goes down.
+/// One connection, in plain text until `accept`. Its operations give up when the service goes down.
 class Connection {
   public:
     Connection(int socket, const Descriptor& down) : socket_(socket), down_(down) {}
 
-    bool accept(SSL_CTX* context) {
+    /// Goes on with TLS, of the old version only or of today's.
+    bool accept(SSL_CTX* context, bool isOld) {
         tls_.reset(SSL_new(context));
+        if (tls_ && isOld) {
+            SSL_set_security_level(tls_.get(), 0);
+            SSL_set_min_proto_version(tls_.get(), TLS1_1_VERSION);
+            SSL_set_max_proto_version(tls_.get(), TLS1_1_VERSION);
+        }
         return tls_ && SSL_set_fd(tls_.get(), socket_.get()) == 1 &&
-               drive([this] { return SSL_accept(tls_.get()); }, forever) > 0;
+               drive([this] { return SSL_accept(tls_.get()); }, POLLIN, forever) > 0;
     }
 
     /// Appends what comes next; false at the end, or if nothing comes within the time.
     bool read(std::string& to, milliseconds within = forever) {
         std::array<char, 16384> buffer{};
-        const int count = drive([&] { return SSL_read(tls_.get(), buffer.data(), buffer.size()); }, within);
+        const auto step = [&] {
+            return tls_ ? SSL_read(tls_.get(), buffer.data(), buffer.size())
+                        : static_cast<int>(::recv(socket_.get(), buffer.data(), buffer.size(), 0));
+        };
+        const int count = drive(step, POLLIN, within);
         to.append(buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
         return count > 0;
     }
 
     bool write(std::string_view bytes) {
         while (!bytes.empty()) {
-            const auto portion = static_cast<int>(std::min(bytes.size(), std::size_t{1} << 16U));
-            const int count = drive([&] { return SSL_write(tls_.get(), bytes.data(), portion); }, forever);
+            const std::size_t portion = std::min(bytes.size(), portionSize);
+            const auto step = [&] {
+                return tls_ ? SSL_write(tls_.get(), bytes.data(), static_cast<int>(portion))
+                            : static_cast<int>(::send(socket_.get(), bytes.data(), portion, 0));
+            };
+            const int count = drive(step, POLLOUT, forever);
             if (count <= 0) {
                 return false;
             }
@@ -85,26 +103,47 @@ class Connection {
     /// Ends writing only: closing the socket over unread bytes would reset the connection, and the answer would be
     /// lost.
     void finish() {
-        drive([this] { return SSL_shutdown(tls_.get()) < 0 ? -1 : 1; }, lingering);
+        drive([this] { return SSL_shutdown(tls_.get()) < 0 ? -1 : 1; }, POLLOUT, lingering);
         ::shutdown(socket_.get(), SHUT_WR);
     }
 
-    void stall() { waitFor(-1, 0, down_, forever); }
+    void stall() { pause(forever); }
+
+    /// False if the service goes down meanwhile.
+    bool pause(milliseconds time) {
+        pollfd watched{down_.get(), POLLIN, 0};
+        return ::poll(&watched, 1, static_cast<int>(time.count())) == 0;
+    }
 
   private:
+    /// The result of the step when it has done something, else 0. In plain text it waits for `plainEvents`.
     template <typename Step>
-    int drive(Step step, milliseconds within) {
+    int drive(Step step, short plainEvents, milliseconds within) {
         for (;;) {
             ERR_clear_error();
             const int result = step();
             if (result > 0) {
                 return result;
             }
-            const int want = SSL_get_error(tls_.get(), result);
-            const bool waits = want == SSL_ERROR_WANT_READ || want == SSL_ERROR_WANT_WRITE;
-            if (!waits || !waitFor(socket_.get(), want == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT, down_, within)) {
+            const short awaited = tls_ ? awaitedByTls(result) : awaitedInPlain(result, plainEvents);
+            if (awaited == 0 || !waitFor(socket_.get(), awaited, down_, within)) {
                 return 0;
             }
+        }
+    }
+
+    static short awaitedInPlain(int result, short events) {
+        return result < 0 && errno == EAGAIN ? events : static_cast<short>(0);
+    }
+
+    short awaitedByTls(int result) const {
+        switch (SSL_get_error(tls_.get(), result)) {
+        case SSL_ERROR_WANT_READ:
+            return POLLIN;
+        case SSL_ERROR_WANT_WRITE:
+            return POLLOUT;
+        default:
+            return 0;
         }
     }
 
@@ -161,7 +200,10 @@ std::optional<WebRequest> readRequest(Connection& connection) {
     return request;
 }
 
-bool writeAnswer(Connection& connection, const WebAnswer& answer) {
+std::string headOf(const WebAnswer& answer) {
+    if (answer.head) {
+        return *answer.head;
+    }
     std::string head = "HTTP/1.1 " + std::to_string(answer.status) + " Scripted\r\nConnection: close\r\n";
     for (const auto& [name, value] : answer.headers) {
         head.append(name).append(": ").append(value).append("\r\n");
@@ -169,7 +211,27 @@ bool writeAnswer(Connection& connection, const WebAnswer& answer) {
     if (answer.promisedLength || answer.ending != WebAnswer::Ending::endless) {
         head += "Content-Length: " + std::to_string(answer.promisedLength.value_or(answer.body.size())) + "\r\n";
     }
-    return connection.write(head + "\r\n") && connection.write(answer.body);
+    return head + "\r\n";
+}
+
+/// True when the answer was sent whole and the connection is to be closed properly.
+bool deliver(Connection& connection, const WebAnswer& answer) {
+    using Ending = WebAnswer::Ending;
+    if (!connection.write(headOf(answer)) || !connection.write(answer.body)) {
+        return false;
+    }
+    if (answer.ending == Ending::stall) {
+        connection.stall();
+    }
+    while (answer.ending == Ending::slow && connection.write(answer.filler) && connection.pause(pace)) {
+    }
+    std::string portion;
+    while (answer.ending == Ending::endless && portion.size() < portionSize) {
+        portion += answer.filler;
+    }
+    while (answer.ending == Ending::endless && connection.write(portion)) {
+    }
+    return answer.ending == Ending::close;
 }
 
 } // namespace
@@ -242,10 +304,13 @@ struct WebService::State {
         if (received == WebManner::stallBeforeTls) {
             return connection.stall();
         }
-        if (!connection.accept(context.get())) {
+        if (received == WebManner::proxy && !openTunnel(connection)) {
             return;
         }
-        auto request = readRequest(connection);
+        if (!connection.accept(context.get(), received == WebManner::oldTls)) {
+            return;
+        }
+        const auto request = readRequest(connection);
         if (!request) {
             return;
         }
@@ -253,20 +318,24 @@ struct WebService::State {
         if (received == WebManner::stallAfterTls) {
             return connection.stall();
         }
-        const WebAnswer answer = answerTo(*request);
-        if (!writeAnswer(connection, answer)) {
+        if (!deliver(connection, answerTo(*request))) {
             return;
-        }
-        if (answer.ending == WebAnswer::Ending::stall) {
-            return connection.stall();
-        }
-        const std::string filler(std::size_t{1} << 16U, ' ');
-        while (answer.ending == WebAnswer::Ending::endless && connection.write(filler)) {
         }
         connection.finish();
         for (std::string late; connection.read(late, lingering); late.clear()) {
             amend(index, recordAge, late);
         }
+    }
+
+    /// What a proxy on the way to the service does; false if it refuses.
+    bool openTunnel(Connection& connection) {
+        const auto request = readRequest(connection);
+        if (!request) {
+            return false;
+        }
+        record(*request);
+        const WebAnswer answer = answerTo(*request);
+        return deliver(connection, answer) && answer.status == 200;
     }
 
     std::pair<std::size_t, std::uint64_t> record(const WebRequest& request) {

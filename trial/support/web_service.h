@@ -1,5 +1,5 @@
 // A web service of the trial's own: HTTPS/1.1 on a loopback port that the system chooses. It keeps every request byte
-// by byte and answers as scripted, which includes the ways in which a service can misbehave.
+// by byte and answers as scripted, which includes the ways in which a service can misbehave (hostile_answers.h).
 #pragma once
 
 #include "trial/support/certificates.h"
@@ -35,8 +35,14 @@ struct WebRequest {
 };
 
 struct WebAnswer {
-    /// What follows the body: the end of the connection, silence until the service goes down, or blanks without end.
-    enum class Ending { close, stall, endless };
+    /// What follows the body.
+    enum class Ending {
+        close,   ///< TLS's goodbye, then the connection's end
+        cut,     ///< the connection's end without that goodbye
+        stall,   ///< silence until the service goes down
+        endless, ///< `filler` again and again, as fast as it is taken
+        slow,    ///< `filler` every few milliseconds
+    };
 
     std::string body = {};
     int status = 200;
@@ -45,10 +51,23 @@ struct WebAnswer {
     /// its body. Left out with `endless`, unless set here.
     std::optional<std::size_t> promisedLength = {};
     Ending ending = Ending::close;
+    std::string filler = " ";
+    /// Sent as it stands in place of the status line, all headers and the empty line behind them.
+    std::optional<std::string> head = {};
 };
 
 /// What happens to a connection.
-enum class WebManner { serve, closeAtOnce, stallBeforeTls, stallAfterTls };
+enum class WebManner {
+    serve,
+    closeAtOnce,
+    stallBeforeTls,
+    stallAfterTls,
+    /// Speaks TLS 1.1 only.
+    oldTls,
+    /// Serves behind a proxy: a CONNECT request comes first. It is recorded and answered like any other, its target
+    /// standing for the path, and TLS follows an answer that is whole and 200.
+    proxy,
+};
 
 /// Thread-safe.
 class WebService {
