@@ -9,6 +9,7 @@
 #include "platform/processes.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "util/ProductPaths.h"
+#include "util/ServiceStatus.h"
 
 namespace havrel {
 
@@ -75,13 +76,19 @@ void Helper::replaceProxyManagers() {
 void Helper::queryPrinter() { system("lpstat -d"); }
 
 void Helper::observe(const std::string& name, void (Helper::*action)()) {
-    observations_.push_back(platform::distributed_center::addObserver(
-        name, [this, action](const platform::Notification&) { (this->*action)(); }));
+    observations_.push_back(
+        platform::distributed_center::addObserver(name, [this, name, action](const platform::Notification&) {
+            const service_status::Activity activity(name);
+            (this->*action)();
+        }));
 }
 
 void Helper::observe(const std::string& name, void (Helper::*action)(const platform::Notification&)) {
     observations_.push_back(platform::distributed_center::addObserver(
-        name, [this, action](const platform::Notification& notification) { (this->*action)(notification); }));
+        name, [this, name, action](const platform::Notification& notification) {
+            const service_status::Activity activity(name);
+            (this->*action)(notification);
+        }));
 }
 
 void Helper::observeCommands() {

@@ -9,6 +9,7 @@
 #include "platform/clock.h"
 #include "platform/processes.h"
 #include "prefs/HVLUserPrefManager.h"
+#include "util/ServiceStatus.h"
 
 namespace havrel {
 
@@ -44,6 +45,7 @@ void Helper::enableAction() {
     system("killall HavrelAgent");
     loadForEveryUser("com.Dravex.HavrelAgent");
     system("launchctl load /Library/LaunchDaemons/com.Dravex.HVLDaemonHost.plist");
+    service_status::noteHostService(true);
 }
 
 void Helper::disableAction() {
@@ -52,6 +54,7 @@ void Helper::disableAction() {
     if (!hostPreferences().isInstanstAccessEnabled()) {
         system("launchctl unload /Library/LaunchDaemons/com.Dravex.HVLDaemonHost.plist");
     }
+    service_status::noteHostService(false);
 }
 
 void Helper::restartService() {

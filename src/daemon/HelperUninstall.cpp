@@ -6,7 +6,6 @@
 #include "foundation/format.h"
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
-#include "platform/network.h"
 #include "platform/processes.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "web/HVLConnectionUtil.h"
@@ -52,7 +51,7 @@ void deactivateMachine(const Account& account) {
     const std::string path = text::format("/cgi-bin/hvl/v1/deactivate_machine.cgi?id=%@&device_list=%@",
                                           account.uniqueID, percentEncoded(document));
     std::optional<HVLError> ignored;
-    platform::network::sendSynchronousRequest(HVLConnectionUtil::request(HVLUrl::getStringUrlBaseNET(path)), ignored);
+    HVLConnectionUtil::send(HVLConnectionUtil::request(HVLUrl::getStringUrlBaseNET(path)), ignored);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include "platform/notifications.h"
 #include "platform/processes.h"
 #include "platform/run_loop.h"
+#include "platform/service_manager.h"
 #include "platform/termination.h"
 
 #include <cstdlib>
@@ -29,6 +30,7 @@ constexpr auto patience = 2s;
 constexpr auto closingTime = 1s;
 
 void close(const std::function<void()>& lastWords) {
+    platform::service_manager::tellStopping();
     lastWords();
     HVLLogger::drainAll();
     platform::files::endWrites();

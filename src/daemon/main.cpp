@@ -5,6 +5,7 @@
 #include "foundation/limited_report.h"
 #include "platform/clock.h"
 #include "platform/run_loop.h"
+#include "util/ServiceStatus.h"
 
 #include <cstdlib>
 #include <optional>
@@ -32,12 +33,14 @@ RunLoop& mainLoop() {
 
 int main() {
     contain("signals", havrel::endProcessOnRequest);
+    contain("service manager", havrel::service_status::begin);
     RunLoop& loop = mainLoop();
     const RunLoop::Source keepsRunning(loop); // whatever of the following fails
     std::optional<havrel::Helper> helper;
     contain("start-up", [&] { helper.emplace().called(); });
     std::optional<havrel::HVLAutoUninstaller> uninstaller;
     contain("trash watcher", [&] { uninstaller.emplace().launchWather(); });
+    havrel::service_status::startUpEnded();
     contain("main loop", [&] {
         loop.run();
         havrel::shutDown();

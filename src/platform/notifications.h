@@ -4,7 +4,9 @@
 
 #include "foundation/notification.h"
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -32,8 +34,13 @@ namespace distributed_center {
 void post(const std::string& name, const std::string& object = {}, const std::optional<Dictionary>& userInfo = {},
           std::uint32_t options = deliverImmediately | postToAllSessions);
 
-/// Blocks until the bus has passed on everything posted before, but for no longer than a second.
-void flush();
+/// Blocks until the bus has passed on everything posted before and knows every observer added before, until it is lost
+/// or until the time is over.
+void flush(std::chrono::milliseconds timeout = std::chrono::seconds(1));
+
+/// From now on tells the watcher, on a thread of the bus's own, when the bus was reached and when it was lost; the same
+/// may be told again. Called at most once, before the first post and observer.
+void watchConnection(std::function<void(bool isReachable)> watcher);
 
 } // namespace distributed_center
 

@@ -9,6 +9,7 @@
 #include "prefs/HVLUserPrefManager.h"
 #include "proxy/HVLPingOperation.h"
 #include "util/ProductPaths.h"
+#include "util/ServiceStatus.h"
 
 #include <functional>
 #include <system_error>
@@ -354,6 +355,7 @@ bool HVLPingManager::pingAll(const HVLPingMutableArray& list, std::int32_t secon
     if (ending_.stop_requested()) {
         return false;
     }
+    const service_status::Activity activity("measuring proxies");
     addPings(list);
     if (pingingQueue_) {
         for (std::int32_t i = 0; i < seconds && pingingQueue_->operationCount() > 0; ++i) {
@@ -361,6 +363,7 @@ bool HVLPingManager::pingAll(const HVLPingMutableArray& list, std::int32_t secon
         }
         pingingQueue_->cancelAllOperations();
     }
+    service_status::noteProxies(list.countNoZeroPingTimeProxies(), list.count());
     return !ending_.stop_requested();
 }
 

@@ -5,7 +5,6 @@
 #include "foundation/json.h"
 #include "logging/HVLLogger.h"
 #include "platform/files.h"
-#include "platform/network.h"
 #include "platform/notifications.h"
 #include "platform/processes.h"
 #include "platform/system_info.h"
@@ -111,8 +110,8 @@ std::optional<std::string> HVLPlistManager::fetchProxyListFromServer() const { r
 
 std::optional<std::string> HVLPlistManager::getUpdatedProxyOnGetRequest() const {
     std::optional<HVLError> dropped;
-    return platform::network::sendSynchronousRequest(
-        HVLConnectionUtil::request(url_escaping::escaped(listUrl(), url_escaping::wholeUrl)), dropped);
+    return HVLConnectionUtil::send(HVLConnectionUtil::request(url_escaping::escaped(listUrl(), url_escaping::wholeUrl)),
+                                   dropped);
 }
 
 std::optional<std::string> HVLPlistManager::getUpdatedProxyList() const {

@@ -5,6 +5,7 @@
 #include "foundation/text.h"
 #include "foundation/unicode.h"
 #include "prefs/HVLUserPrefManager.h"
+#include "util/ServiceStatus.h"
 #include "web/UrlEscaping.h"
 
 #include <string_view>
@@ -42,7 +43,7 @@ std::optional<std::string> sendPost(network::Request request, std::optional<HVLE
         // UTF-16 units, not bytes: that is what the service's endpoints have always been sent.
         request.headers.emplace_back("Content-length", text::format("%lu", text::length(*request.body)));
     }
-    return network::sendSynchronousRequest(request, error);
+    return HVLConnectionUtil::send(request, error);
 }
 
 /// The answer as text; nullopt for an error answer, empty after a transport failure.
@@ -57,7 +58,7 @@ std::optional<std::string> checkedText(const std::optional<std::string>& answer,
 
 std::optional<std::string> HVLConnectionUtil::getContentOfUrlGetRequest(const std::string& url,
                                                                         std::optional<HVLError>& error) const {
-    return checkedText(network::sendSynchronousRequest(request(url), error), error);
+    return checkedText(send(request(url), error), error);
 }
 
 std::optional<std::string> HVLConnectionUtil::getContentOfUrl(const std::string& url,
@@ -109,6 +110,12 @@ network::Request HVLConnectionUtil::request(const std::string& url) {
     const std::string version = text::format("%@", hostPreferences().havrelVersion());
     request.headers.emplace_back("User-Agent", "Havrel Mac:" + text::prefix(version, longestVersion));
     return request;
+}
+
+std::optional<std::string> HVLConnectionUtil::send(const network::Request& request, std::optional<HVLError>& error) {
+    auto answer = network::sendSynchronousRequest(request, error);
+    service_status::noteRequest(request.url, answer ? std::nullopt : error);
+    return answer;
 }
 
 HVLError HVLConnectionUtil::addErrorWithCode(std::int64_t code, const std::string& description) {

@@ -47,6 +47,9 @@ class HVLConnectionUtil {
     /// A GET of the whole URL with only the product's "User-Agent" set, for callers that send it themselves.
     static platform::network::Request request(const std::string& url);
 
+    /// Sends it, as everybody here does, so that the service's state shows whether the web can be reached.
+    static std::optional<std::string> send(const platform::network::Request& request, std::optional<HVLError>& error);
+
     /// An error in the service's domain, "com.Dravex.HVLErrorDomain".
     static HVLError addErrorWithCode(std::int64_t code, const std::string& description);
     /// Whether the response is UTF-8 that begins with "Error: " or "\nError". If so, `error` is set, described by the

@@ -57,7 +57,7 @@ std::string HVLIPAddressUtil::externalIPAddress() {
             HVLConnectionUtil::request("https://" + platform::deployment::settings().apiHost + "/hvlnew/getRemoteIP");
         request.timeout = std::chrono::seconds(5);
         std::optional<HVLError> ignored;
-        const auto answer = network::sendSynchronousRequest(request, ignored);
+        const auto answer = HVLConnectionUtil::send(request, ignored);
         const auto address = answer ? reportedAddress(*answer) : std::nullopt;
         if (address) {
             return *address;

@@ -71,7 +71,9 @@ void distributed_center::post(const std::string& name, const std::string& object
     }
 }
 
-void distributed_center::flush() {}
+void distributed_center::flush(std::chrono::milliseconds /*timeout*/) {}
+
+void distributed_center::watchConnection(std::function<void(bool isReachable)> /*watcher*/) {}
 
 ObservationPtr workspace_center::addObserver(const std::string& name, NotificationHandler handler) {
     return systemWide.add(name, std::move(handler));

@@ -2,6 +2,7 @@
 
 #include "foundation/diagnostics.h"
 #include "foundation/error.h"
+#include "foundation/guarded.h"
 #include "foundation/limited_report.h"
 #include "foundation/observer_list.h"
 #include "platform/linux/bus/bus_connection.h"
@@ -69,6 +70,8 @@ class DistributedCenter : private BusListener {
         });
     }
 
+    void watchConnection(std::function<void(bool isReachable)> watcher) { watcher_.set(std::move(watcher)); }
+
   private:
     DistributedCenter() { BusConnection::shared().addListener(*this); }
 
@@ -76,9 +79,19 @@ class DistributedCenter : private BusListener {
         for (const std::string& name : observers_.names()) {
             subscribe(bus, name);
         }
+        tellWatcher(true);
     }
 
-    void disconnected() override { matches_.clear(); }
+    void disconnected() override {
+        matches_.clear();
+        tellWatcher(false);
+    }
+
+    void tellWatcher(bool isReachable) {
+        if (const auto watcher = watcher_.get()) {
+            watcher(isReachable);
+        }
+    }
 
     void observersChanged(const std::string& name) {
         BusConnection::shared().send([this, name](sd_bus& bus) { subscribe(bus, name); });
@@ -128,6 +141,7 @@ class DistributedCenter : private BusListener {
     MessageQuota inbox_;
     LimitedReport malformed_{10};
     LimitedReport overflow_{1};
+    Guarded<std::function<void(bool isReachable)>> watcher_;
     std::map<std::string, BusSlot> matches_; // the bus thread's own
 };
 
@@ -149,7 +163,11 @@ void post(const std::string& name, const std::string& object, const std::optiona
     DistributedCenter::shared().post({{name, object, userInfo}, options});
 }
 
-void flush() { BusConnection::shared().flush(std::chrono::seconds{1}); }
+void flush(std::chrono::milliseconds timeout) { BusConnection::shared().flush(timeout); }
+
+void watchConnection(std::function<void(bool isReachable)> watcher) {
+    DistributedCenter::shared().watchConnection(std::move(watcher));
+}
 
 } // namespace distributed_center
 

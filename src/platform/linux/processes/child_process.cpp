@@ -33,12 +33,15 @@ std::vector<char*> execVector(const std::vector<std::string>& words) {
     return pointers;
 }
 
+/// The daemon's own, with the assignment if it isn't empty, and without the service manager's address: what it hears
+/// from there would be taken for the daemon's word.
 std::vector<std::string> environmentWith(const std::string& assignment) {
     const std::string_view name = std::string_view(assignment).substr(0, assignment.find('=') + 1);
     std::vector<std::string> environment;
     for (char** own = environ; own != nullptr && *own != nullptr; ++own) {
-        if (name.empty() || !std::string_view(*own).starts_with(name)) {
-            environment.emplace_back(*own);
+        const std::string_view variable = *own;
+        if (!variable.starts_with("NOTIFY_SOCKET=") && (name.empty() || !variable.starts_with(name))) {
+            environment.emplace_back(variable);
         }
     }
     if (!name.empty()) {
