@@ -42,6 +42,16 @@ void fileSystemCallback(const std::vector<platform::FileSystemEvent>& batch) {
     }
 }
 
+/// On the watcher's own thread: a user database on another machine may take its time to list everyone.
+std::set<std::string> withTrashFolders(std::set<std::string> paths) {
+    for (const std::string& user : platform::session::users()) {
+        if (!user.starts_with('.') && user != "Shared") {
+            paths.insert(platform::text::format("/Users/%@/.Trash", user));
+        }
+    }
+    return paths;
+}
+
 std::optional<std::string> userAtConsole() {
     auto user = platform::session::consoleUser();
     return user && (user->empty() || *user == "loginwindow") ? std::nullopt : user;
@@ -123,13 +133,7 @@ void HVLAutoUninstaller::waitAndLaunch(const std::stop_token& stop) {
 }
 
 void HVLAutoUninstaller::setWatchList(const std::vector<std::string>& paths) {
-    std::set<std::string> watchList(paths.begin(), paths.end());
-    for (const std::string& user : platform::session::users()) {
-        if (!user.starts_with('.') && user != "Shared") {
-            watchList.insert(platform::text::format("/Users/%@/.Trash", user));
-        }
-    }
-    watchList_.set(std::move(watchList));
+    watchList_.set({paths.begin(), paths.end()});
 }
 
 void HVLAutoUninstaller::startWatcher() {
@@ -156,7 +160,7 @@ void HVLAutoUninstaller::startWatcher() {
 }
 
 void HVLAutoUninstaller::startWatching(platform::RunLoop& loop) {
-    const std::set<std::string> paths = watchList_.get();
+    const std::set<std::string> paths = withTrashFolders(watchList_.get());
     const platform::FileSystemEventStream stream(loop, {paths.begin(), paths.end()}, 1000ms, fileSystemCallback);
     loop.run();
 }

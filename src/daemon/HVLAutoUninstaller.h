@@ -40,7 +40,7 @@ class HVLAutoUninstaller {
     void launchWather();
     /// Polls the console once a second until a user is there or a stop is requested, then starts the watcher.
     void waitAndLaunch(const std::stop_token& stop);
-    /// The paths, and every user's Trash.
+    /// What to watch from the next start of the watcher on, besides every user's Trash.
     void setWatchList(const std::vector<std::string>& paths);
     void startWatcher();
     void stopWatcher();

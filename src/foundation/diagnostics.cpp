@@ -1,5 +1,7 @@
 #include "foundation/diagnostics.h"
 
+#include "foundation/limited_report.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <initializer_list>
@@ -35,6 +37,15 @@ void reportParts(std::initializer_list<std::string_view> parts) noexcept {
 void report(std::string_view line) noexcept { reportParts({line}); }
 
 void report(std::string_view where, std::string_view what) noexcept { reportParts({where, ": ", what}); }
+
+void reportLimited(std::string_view where, std::string_view what) noexcept {
+    try {
+        static LimitedReport limited(20);
+        limited(std::string(where).append(": ").append(what));
+    } catch (const std::exception&) {
+        report(where, what);
+    }
+}
 
 void print(std::string_view text) noexcept { write(stdout, text); }
 

@@ -16,16 +16,19 @@ void report(std::string_view where, std::string_view what) noexcept;
 /// Writes the text as it is to standard output and flushes it.
 void print(std::string_view text) noexcept;
 
-/// Runs `work` and reports what it throws as one line that begins with `where`. The outermost frame of every background
-/// thread, queue operation and handler, so that an exception there does not end the daemon.
+/// The same, at a limited rate for all callers together.
+void reportLimited(std::string_view where, std::string_view what) noexcept;
+
+/// Runs `work` and reports what it throws, at a limited rate, as one line that begins with `where`. The outermost frame
+/// of every background thread, queue operation and handler, so that an exception there does not end the daemon.
 template <typename Work>
 void contain(std::string_view where, Work&& work) noexcept {
     try {
         work();
     } catch (const std::exception& error) {
-        report(where, error.what());
+        reportLimited(where, error.what());
     } catch (...) {
-        report(where, "unknown exception");
+        reportLimited(where, "unknown exception");
     }
 }
 

@@ -1,6 +1,7 @@
 #include "foundation/xml_property_list.h"
 
 #include "foundation/base64.h"
+#include "foundation/limits.h"
 #include "foundation/numbers.h"
 #include "foundation/property_list.h"
 #include "foundation/text.h"
@@ -224,7 +225,7 @@ class Reader {
             return text.find_first_not_of(whiteSpace) == std::string_view::npos;
         }
         text_ += text;
-        return true;
+        return text_.size() <= propertyListLimit;
     }
 
     bool finish(Leaf leaf) {
@@ -390,7 +391,8 @@ std::optional<Value> parseXml(std::string_view bytes) {
     if (text::isValidUtf8(bytes)) {
         return Reader("UTF-8").read(bytes);
     }
-    return Reader("UTF-8").read(text::fromWindows1252(bytes));
+    const std::string converted = text::fromWindows1252(bytes); // up to three times as long
+    return converted.size() <= propertyListLimit ? Reader("UTF-8").read(converted) : std::nullopt;
 }
 
 std::optional<std::string> toXml(const Value& value) { return Writer().document(value); }

@@ -33,8 +33,8 @@ platform::Guarded<SharedLoggers>& sharedLoggers() {
     return loggers;
 }
 
-/// The file's text; nullopt if it can't be read or isn't UTF-8. Of a file longer than the read limit only the end,
-/// which is more than a log may keep.
+/// The file's text; nullopt if it can't be read or isn't UTF-8. Throws as files::readEnd does. Of a file longer than
+/// the read limit only the end, which is more than a log may keep.
 std::optional<std::string> endOfLog(const std::string& path) {
     const auto bytes = files::readEnd(path, files::readLimit);
     const bool mayBeCut = bytes && bytes->size() == files::readLimit;

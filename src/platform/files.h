@@ -1,7 +1,7 @@
 // The file system below HAVREL_ROOT. The product's folders are writable for everyone, so whatever stands there may be
 // an attack: only regular files are read, and a link on the way to a file or a folder is followed only if it belongs to
 // root and nobody else may write in any folder up to it. Paths are absolute, one with ".." or a zero byte names
-// nothing. Thread-safe; errors show only in the results.
+// nothing. Thread-safe; errors show only in the results unless said otherwise.
 #pragma once
 
 #include "foundation/limits.h"
@@ -25,6 +25,9 @@ enum class Durability { cached, flushed };
 /// Whether there is anything of that name, even a dangling link.
 bool exists(const std::string& path);
 
+// Both readers throw platform::Exception when descriptors or memory run out or the disk fails. Nobody knows then what
+// the file holds, so nobody may replace it by what nullopt stands for.
+
 /// The whole content; nullopt when the file is absent, not regular, unreadable or longer than `limit` bytes.
 std::optional<std::string> read(const std::string& path, std::size_t limit = readLimit);
 /// The last `limit` bytes of the content, or all of it.
@@ -46,7 +49,8 @@ bool createEmpty(const std::string& path);
 bool createFolders(const std::string& path);
 /// Sets the permission bits, as chmod does, of a folder or of a regular file without other names.
 bool setPermissions(const std::string& path, unsigned mode);
-/// Removes the temporary files that killed writers have left in the folder and in the folders in it.
+/// Removes the temporary files that killed writers have left in the folder and in the folders in it, except those that
+/// another file system is mounted on.
 void removeTemporaries(const std::string& path);
 /// Removes anything but a folder.
 bool remove(const std::string& path);

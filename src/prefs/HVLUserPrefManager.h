@@ -13,8 +13,9 @@ namespace havrel {
 
 /// One shared object serves one file at a time: select a store, then use it at once, as in
 /// `sharedHVLUserPrefManager().hostPref().uniqueID()`. Nothing is cached: each read parses the file, each write
-/// replaces it. Values are nullopt when absent; nothing reports an error or throws. Thread-safe, but all threads share
-/// the selection.
+/// replaces it. Values are nullopt when absent. Thread-safe, but all threads share the selection. Nothing reports an
+/// error, and everything that reads the file throws platform::Exception only when it can't be read at the moment, for
+/// want of descriptors or memory or because the disk fails; the file then stays as it is.
 class HVLUserPrefManager {
   public:
     static HVLUserPrefManager& sharedHVLUserPrefManager();

@@ -39,10 +39,17 @@ void setPingToProxyDone(bool done) { hostPreferences().setIsPingToProxyDone(done
 
 void postBestProxiesFound() { platform::distributed_center::post("BestThreeProxyFoundNotification"); }
 
-/// Held by whoever changes Proxies.plist from finding out what to write until it is written, in all managers.
-std::mutex& bestProxiesFile() {
-    static std::mutex mutex;
-    return mutex;
+/// Proxies.plist, which all managers share. Locked by whoever changes it, from finding out what to write until it is
+/// written.
+struct BestProxiesFile {
+    std::mutex mutex;
+    /// How many lists all-proxies passes have put there.
+    std::atomic<unsigned> generation{0};
+};
+
+BestProxiesFile& bestProxiesFile() {
+    static BestProxiesFile file;
+    return file;
 }
 
 void keepAnsweredFastestFirst(HVLPingMutableArray& list) {
@@ -116,7 +123,7 @@ PingerCycle pingerCycle(unsigned counter, std::chrono::minutes pause) {
 }
 
 HVLPingManager::HVLPingManager(Snapshot /*tag*/) : updatePasses_(concurrentUpdates), updateReads_(concurrentReads) {
-    getPingFromFile();
+    platform::diagnostics::contain("proxy lists", [this] { getPingFromFile(); });
     pingArray_.set(plistPingArray());
     allListArray_.set(allProxyListArray());
 }
@@ -135,12 +142,28 @@ HVLPingManager::~HVLPingManager() {
 }
 
 void HVLPingManager::getPingFromFile() {
-    const auto readList = [](const std::string& path) { return HVLPingMutableArray::initWithPlistWithPath(path); };
-    {
-        const std::lock_guard lock(bestProxiesFile());
-        plistPingArray_.set(std::make_shared<HVLPingMutableArray>(readList(paths::proxies)));
+    readBestProxies();
+    allProxyListArray_.set(HVLPingMutableArray::initWithPlistWithPath(paths::allProxies));
+}
+
+void HVLPingManager::readBestProxies() {
+    const std::lock_guard lock(bestProxiesFile().mutex);
+    plistPingArray_.set(std::make_shared<BestProxies>(
+        BestProxies{HVLPingMutableArray::initWithPlistWithPath(paths::proxies), bestProxiesFile().generation}));
+}
+
+/// Read anew where another manager's pass has put a newer list into the file, or where it couldn't be read.
+HVLPingManager::BestProxiesPtr HVLPingManager::newestBestProxies() {
+    const auto known = plistPingArray_.get();
+    if (!known || known->generation != bestProxiesFile().generation) {
+        readBestProxies();
     }
-    allProxyListArray_.set(readList(paths::allProxies));
+    return plistPingArray_.get();
+}
+
+HVLPingMutableArray HVLPingManager::plistPingArray() const {
+    const auto known = plistPingArray_.get();
+    return known ? known->list : HVLPingMutableArray();
 }
 
 void HVLPingManager::registerProxyChangeNotification() {
@@ -240,17 +263,17 @@ void HVLPingManager::startPing() {
 
 void HVLPingManager::doPingInTimeOut(std::int32_t seconds) {
     isPingCompleted_ = false;
-    const ListPtr measured = plistPingArray_.get();
-    if (!pingAll(*measured, seconds)) {
+    const BestProxiesPtr measured = newestBestProxies();
+    if (!pingAll(measured->list, seconds)) {
         return;
     }
-    HVLPingMutableArray best = measured->copyArray();
+    HVLPingMutableArray best = measured->list.copyArray();
     keepAnsweredFastestFirst(best);
     keepAtMost(best, bestProxyLimit);
     pingArray_.set(best);
     isPingCompleted_ = true;
-    const std::lock_guard lock(bestProxiesFile());
-    if (plistPingArray_.get() == measured) {
+    const std::lock_guard lock(bestProxiesFile().mutex);
+    if (plistPingArray_.get() == measured && bestProxiesFile().generation == measured->generation) {
         writeComplete(best, paths::proxies);
     }
 }
@@ -273,11 +296,12 @@ void HVLPingManager::startPingForAllProxies() {
     const bool isEnough = all.count() >= bestProxyLimit;
     keepAtMost(all, bestProxyLimit);
     {
-        const std::lock_guard lock(bestProxiesFile());
-        plistPingArray_.set(std::make_shared<HVLPingMutableArray>(all));
+        const std::lock_guard lock(bestProxiesFile().mutex);
         if (isEnough) {
+            ++bestProxiesFile().generation;
             writeComplete(all, paths::proxies);
         }
+        plistPingArray_.set(std::make_shared<BestProxies>(BestProxies{all, bestProxiesFile().generation}));
     }
     // With too few the marker stays, so that the next start of the daemon fetches and measures again.
     if (isEnough) {
@@ -305,7 +329,7 @@ void HVLPingManager::pintThreeBestProxiesOnOneHr(std::int32_t seconds) {
         return;
     }
     {
-        const std::lock_guard lock(bestProxiesFile());
+        const std::lock_guard lock(bestProxiesFile().mutex);
         const auto stored = HVLPingMutableArray::initWithPlistWithPath(paths::proxies);
         for (const HVLPingHostPtr& host : pinged) {
             if (const HVLPingHostPtr found = stored.findHost(host->hostName())) {
@@ -330,7 +354,7 @@ void HVLPingManager::measureAllOnceCompleted() {
 }
 
 void HVLPingManager::refillBestProxies() {
-    const std::lock_guard lock(bestProxiesFile());
+    const std::lock_guard lock(bestProxiesFile().mutex);
     auto all = HVLPingMutableArray::initWithPlistWithPath(paths::allProxies);
     if (all.count() == 0) {
         return;

@@ -52,7 +52,8 @@ class HVLPingManager {
     HVLPingManager(const HVLPingManager&) = delete;
     HVLPingManager& operator=(const HVLPingManager&) = delete;
 
-    /// Rereads the files into `plistPingArray` and `allProxyListArray`.
+    /// Rereads the files into `plistPingArray` and `allProxyListArray`. Throws as platform::files::read does, as do the
+    /// measurements, which read the files, too; nothing is written then.
     void getPingFromFile();
 
     void registerProxyChangeNotification();
@@ -74,7 +75,8 @@ class HVLPingManager {
     /// then posts "BestThreeProxyFoundNotification". One call at a time.
     void startPing();
     /// Pings `plistPingArray` for at most that many seconds and writes the at most 50 fastest with a latency to
-    /// Proxies.plist, unless `plistPingArray` was replaced meanwhile: the file then has, or will get, a newer list.
+    /// Proxies.plist, unless `plistPingArray` was replaced or any manager's all-proxies pass wrote the file meanwhile:
+    /// the file then has, or will get, a newer list. If such a pass did before, rereads the file first.
     void doPingInTimeOut(std::int32_t seconds);
     /// Pings `allProxyListArray` for at most 60 seconds and writes it to AllProxies.plist. If at least 50 proxies have
     /// a latency, also writes the fastest 50 to Proxies.plist, posts, and removes the install marker. Those with a
@@ -108,7 +110,7 @@ class HVLPingManager {
     HVLPingMutableArray pingArray() const { return pingArray_.get(); }
 
     /// What a measurement of the best proxies pings.
-    HVLPingMutableArray plistPingArray() const { return *plistPingArray_.get(); }
+    HVLPingMutableArray plistPingArray() const;
 
     /// The result of the last all-proxies pass.
     HVLPingMutableArray allListArray() const { return allListArray_.get(); }
@@ -135,8 +137,14 @@ class HVLPingManager {
   private:
     struct Snapshot {};
 
+    /// What was in Proxies.plist, and which of the lists that were ever put there it is.
+    struct BestProxies {
+        HVLPingMutableArray list;
+        unsigned generation = 0;
+    };
+
     /// Never changed, so its address tells whether a list has been replaced.
-    using ListPtr = std::shared_ptr<const HVLPingMutableArray>;
+    using BestProxiesPtr = std::shared_ptr<const BestProxies>;
 
     explicit HVLPingManager(Snapshot);
 
@@ -145,13 +153,16 @@ class HVLPingManager {
     void startPingerThread(const std::stop_token& cancelled);
     void startPingerThreadForUpdateOnce(const std::stop_token& cancelled);
     void runTurn(const PingerCycle& cycle);
+    void readBestProxies();
+    BestProxiesPtr newestBestProxies();
     static void refillBestProxies();
     void addPings(const HVLPingMutableArray& list);
     bool pingAll(const HVLPingMutableArray& list, std::int32_t seconds);
     void measureAllOnceCompleted();
 
     platform::Guarded<HVLPingMutableArray> pingArray_;
-    platform::Guarded<ListPtr> plistPingArray_;
+    /// Null until the file could be read.
+    platform::Guarded<BestProxiesPtr> plistPingArray_;
     platform::Guarded<HVLPingMutableArray> finalPingArray_;
     platform::Guarded<HVLPingMutableArray> allListArray_;
     platform::Guarded<HVLPingMutableArray> allProxyListArray_;

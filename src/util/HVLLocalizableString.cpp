@@ -1,5 +1,6 @@
 #include "util/HVLLocalizableString.h"
 
+#include "foundation/diagnostics.h"
 #include "util/PropertyListFile.h"
 
 #include <mutex>
@@ -16,7 +17,8 @@ const platform::Dictionary* localizedStrings() {
     static std::optional<platform::Value> table;
     const std::lock_guard lock(mutex);
     if (!table) {
-        auto loaded = readPropertyList(tablePath);
+        std::optional<platform::Value> loaded;
+        platform::diagnostics::contain("localized texts", [&] { loaded = readPropertyList(tablePath); });
         if (!loaded || loaded->dictionary() == nullptr) {
             return nullptr;
         }

@@ -108,7 +108,8 @@ std::int64_t HostIdentity::randomNumberBetween(std::int64_t minimum, std::int32_
 
 void HostIdentity::validateCloneCaseWithSerialNumber() {
     const auto serialNumber = getSerialNumber();
-    const auto saved = hostPreferences().serialNumber();
+    const bool isIdentified = serialNumber && !serialNumber->empty();
+    const auto saved = isIdentified ? hostPreferences().serialNumber() : std::nullopt;
     const Installation installation = installationOf(serialNumber, saved);
     if (installation == Installation::unidentified) {
         log("Helper : Unable to get system serial number");

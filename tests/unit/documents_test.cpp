@@ -131,6 +131,7 @@ TEST(PropertyList, RefusesWhatIsTooDeepOrTooLarge) {
     expectRefused(xml(repeated("<array>", 129) + repeated("</array>", 129)));
     expectRefused(xml("<array>" + repeated("<true/>", 110'000) + "</array>"));
     expectRefused(xml("<true/>") + std::string(propertyListLimit, ' '));
+    expectRefused("<plist version=\"" + std::string(3'000'000, 'x') + "\"><true/></plist>");
 }
 
 TEST(PropertyList, RefusesADamagedBinaryObject) {

@@ -1,8 +1,12 @@
 // The real file code against what a local user can put into a folder that everyone may write to.
 #include "platform/files.h"
 
+#include "foundation/error.h"
 #include "platform/linux/files/descriptor.h"
+#include "prefs/HVLUserPrefManager.h"
+#include "proxy/HVLPingManager.h"
 #include "support/core_test.h"
+#include "support/ping_lists.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -20,7 +24,13 @@ using testing::ElementsAre;
 /// What this thread has flushed to the disk, by the names that it had at that moment.
 static thread_local std::vector<std::string> flushed;
 
-/// In place of the C library's.
+static std::atomic<bool> isDiskBad{false};
+
+// In place of the C library's.
+extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
+    return isDiskBad ? (errno = EIO, -1) : syscall(SYS_read, descriptor, buffer, size);
+}
+
 extern "C" int fsync(int descriptor) {
     flushed.push_back(fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor)));
     return static_cast<int>(syscall(SYS_fsync, descriptor));
@@ -174,6 +184,27 @@ TEST_F(Files, AreOnTheDiskBeforeTheyReplaceTheOldOnes) {
     EXPECT_THAT(flushed, testing::IsEmpty());
     EXPECT_TRUE(files::replace(item, "flushed", Durability::flushed));
     EXPECT_THAT(flushed, ElementsAre(testing::StartsWith(root.at(folder + "/.havrel-").string()), root.at(folder)));
+}
+
+TEST_F(Files, ThatCannotBeReadForTheMomentStayAsTheyAre) {
+    havrel::HVLLogger& log = havrel::HVLLogger::instanceHost();
+    log.logString("kept");
+    havrel::HVLLogger::drainAll();
+    support::pings("a1:1").writeProxyOnFile(havrel::paths::proxies);
+    havrel::hostPreferences().setHostID("kept");
+    const std::string files[] = {folder + hostLog, havrel::paths::proxies, folder + "/.HostPref.plist"};
+    std::vector<std::string> before;
+    std::ranges::transform(files, std::back_inserter(before), [this](const auto& file) { return root.read(file); });
+    isDiskBad = true;
+    EXPECT_THROW(havrel::hostPreferences().hostID(), platform::Exception);
+    EXPECT_THROW(havrel::hostPreferences().setUserName("lost"), platform::Exception);
+    EXPECT_THROW(havrel::HVLPingManager().doPingInTimeOut(1), platform::Exception);
+    log.logString("lost");
+    havrel::HVLLogger::drainAll();
+    isDiskBad = false;
+    for (std::size_t i = 0; i < std::size(files); ++i) {
+        EXPECT_EQ(root.read(files[i]), before[i]);
+    }
 }
 
 TEST_F(Files, StayAsTheyWereWhenTheDiskIsFull) {

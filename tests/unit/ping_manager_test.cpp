@@ -147,6 +147,26 @@ TEST_F(PingManager, HeedsTheListThatReplacesTheFileWhileItMeasures) {
     EXPECT_EQ(storedPings(proxies), "c3:30 b2:25 d4:0 ") << "the old list as a whole is not";
 }
 
+TEST_F(PingManager, WritesNoOldListOverTheOneOfAnotherManagersPass) {
+    store(proxies, "a1:10");
+    store(allProxies, upTo(60));
+    HVLPingManager other;
+    fakes::processes::onPing([this](const std::string& address) {
+        address == "ip-a1" ? released.wait() : void();
+        return answer(address);
+    });
+    fakes::clock::onSleep([&](auto) {
+        fakes::clock::onSleep([&](auto) { eventually([&] { return other.pingingQueue()->operationCount() == 0; }); });
+        other.startPingForAllProxies();
+        released.count_down();
+        fakes::clock::onSleep([this](auto) { waitForPings(); });
+    });
+    manager.emplace().doPingInTimeOut(60);
+    EXPECT_EQ(storedPings(proxies), upTo(50));
+    manager->doPingInTimeOut(60);
+    EXPECT_EQ(manager->pingArray().toJSONFormat(), upTo(50)) << "read anew";
+}
+
 TEST_F(PingManager, LeavesOutARecordThatLacksAText) {
     auto records = pings("a2:20 b1:10").getPlistArray();
     records.emplace_back(platform::Dictionary{{"hostName", "no address"}, {"pingTime", "9"}});

@@ -21,6 +21,9 @@ constexpr milliseconds lookPause{100};
 constexpr int recoveryShare = 10;
 constexpr milliseconds leastRecoveryPause{20};
 
+/// Until what the system had no means for is tried again.
+constexpr std::chrono::seconds retryPause{10};
+
 /// When this many moves wait, the older half of them is handed on early.
 constexpr std::size_t mostMoves = std::size_t{1} << 14;
 
@@ -34,6 +37,21 @@ struct FileSystemEventStream::State {
         , latency(batchLatency)
         , callback(std::move(whenDue)) {
         watchWays();
+        retryMissed();
+    }
+
+    /// What ends early, most likely for want of memory, is made up for by a look and a recovery.
+    template <typename Work>
+    void attempt(Work work) {
+        try {
+            work();
+        } catch (const std::exception&) {
+            nextLook = nextRecovery = Clock::now() + retryPause;
+            scheduleLook(true);
+            scheduleRecovery();
+            scheduleDelivery();
+            throw;
+        }
     }
 
     void read() {
@@ -41,14 +59,19 @@ struct FileSystemEventStream::State {
         if (folders.isAnyGone()) {
             scheduleLook(false);
         }
-        if (folders.hasLostEvents() && !isRecoveryDue) {
-            isRecoveryDue = true;
-            recovery.fireAt(std::max(nextRecovery, Clock::now()));
+        if (folders.hasLostEvents()) {
+            scheduleRecovery();
         }
         if (folders.queue().size() >= mostMoves) {
             handOn(mostMoves / 2);
         }
         scheduleDelivery();
+    }
+
+    void scheduleRecovery() {
+        if (!std::exchange(isRecoveryDue, true)) {
+            recovery.fireAt(std::max(nextRecovery, Clock::now()));
+        }
     }
 
     void watchWays() {
@@ -71,6 +94,13 @@ struct FileSystemEventStream::State {
         folders.find(std::exchange(lookAlways, false));
         const auto end = Clock::now();
         nextLook = end + std::max<Clock::duration>(lookPause, end - begin);
+        retryMissed();
+    }
+
+    void retryMissed() {
+        if (folders.isAnyMissed()) {
+            retry.fireAfter(retryPause);
+        }
     }
 
     void recover() {
@@ -79,6 +109,7 @@ struct FileSystemEventStream::State {
         folders.recover();
         const auto end = Clock::now();
         nextRecovery = end + std::max<Clock::duration>(leastRecoveryPause, recoveryShare * (end - begin));
+        retryMissed();
         scheduleDelivery();
     }
 
@@ -117,10 +148,11 @@ struct FileSystemEventStream::State {
     bool isRecoveryDue = false;
     /// The mount table: a file system that comes or goes may bring, cover or take a folder.
     Descriptor mounts{::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)};
-    EventSource delivery = loop.timer(milliseconds(1), [this] { deliver(); });
-    EventSource recovery = loop.timer(milliseconds(1), [this] { recover(); });
-    EventSource look = loop.timer(milliseconds(1), [this] { lookForFolders(); });
-    EventSource onMoves = loop.onReadable(folders.moves(), [this] { read(); });
+    EventSource delivery = loop.timer(milliseconds(1), [this] { attempt([this] { deliver(); }); });
+    EventSource recovery = loop.timer(milliseconds(1), [this] { attempt([this] { recover(); }); });
+    EventSource look = loop.timer(milliseconds(1), [this] { attempt([this] { lookForFolders(); }); });
+    EventSource retry = loop.timer(milliseconds(1), [this] { scheduleLook(true); });
+    EventSource onMoves = loop.onReadable(folders.moves(), [this] { attempt([this] { read(); }); });
     EventSource onMounts = loop.onPriority(mounts.get(), [this] { scheduleLook(true); });
     EventSource onWays;
 };

@@ -6,6 +6,7 @@
 
 #include "foundation/deployment.h"
 #include "foundation/diagnostics.h"
+#include "foundation/error.h"
 #include "foundation/format.h"
 #include "foundation/text.h"
 #include "platform/linux/files/descriptor.h"
@@ -18,6 +19,7 @@
 #include <climits>
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -25,6 +27,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -59,6 +62,16 @@ void reportOnce(const std::string& line) {
     const std::lock_guard lock(mutex);
     if (reported.size() < most && reported.insert(line).second) {
         diagnostics::report("files", line);
+    }
+}
+
+/// Whether an error says nothing about the file itself.
+bool isPassing(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO; }
+
+/// What could not be read just now must not be taken for damaged: its reader would replace it.
+void throwIfPassing(const std::string& path, int error) {
+    if (isPassing(error)) {
+        throw Exception(path + " can't be read at the moment: " + std::generic_category().message(error));
     }
 }
 
@@ -161,7 +174,7 @@ Descriptor walk(std::vector<std::string> names, Missing missing = Missing::fails
                 next = target->starts_with('/') ? openRoot() : std::move(folder);
             }
         }
-        errno = error;
+        errno = isPassing(errno) ? errno : error;
         folder = std::move(next);
     }
     return isRefused(folder) ? Descriptor() : std::move(folder);
@@ -322,16 +335,33 @@ struct OpenFile {
 
 /// Opened for reading; nullopt unless it is a regular file.
 std::optional<OpenFile> openRegularFile(const std::string& path) {
+    errno = 0;
     const auto place = locate(path);
-    if (!place) {
-        return std::nullopt;
-    }
-    Descriptor file = openAt(place->folder.get(), place->name, O_RDONLY | O_NONBLOCK);
+    Descriptor file = place ? openAt(place->folder.get(), place->name, O_RDONLY | O_NONBLOCK) : Descriptor();
     Facts facts{};
-    if (!file || ::fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
+    if (!file || ::fstat(file.get(), &facts) != 0) {
+        throwIfPassing(path, errno);
         return std::nullopt;
     }
-    return OpenFile{std::move(file), static_cast<std::uint64_t>(facts.st_size)};
+    return S_ISREG(facts.st_mode) ? std::optional(OpenFile{std::move(file), static_cast<std::uint64_t>(facts.st_size)})
+                                  : std::nullopt;
+}
+
+std::optional<std::string> contentOf(const OpenFile& file, const std::string& path, std::size_t limit) {
+    auto content = readAll(file.descriptor.get(), limit);
+    if (!content) {
+        throwIfPassing(path, errno);
+    }
+    return content;
+}
+
+/// The folder of that name, for reading; empty when something is mounted on it, of which nothing is asked.
+Descriptor openFolderHere(int parent, const std::string& name) {
+    open_how how{};
+    how.flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_XDEV;
+    return Descriptor(
+        static_cast<int>(retried([&] { return ::syscall(SYS_openat2, parent, name.c_str(), &how, sizeof how); })));
 }
 
 enum class Below { left, searched };
@@ -343,7 +373,7 @@ void removeTemporaries(Descriptor descriptor, Below below) {
         const int parent = ::dirfd(folder.get());
         if (!name->starts_with(temporaryPrefix)) {
             if (below == Below::searched) {
-                removeTemporaries(openAt(parent, *name, O_RDONLY | O_DIRECTORY), Below::left);
+                removeTemporaries(openFolderHere(parent, *name), Below::left);
             }
             continue;
         }
@@ -360,7 +390,7 @@ bool exists(const std::string& path) { return factsOf(path).has_value(); }
 
 std::optional<std::string> read(const std::string& path, std::size_t limit) {
     const auto file = openRegularFile(path);
-    return file && file->size <= limit ? readAll(file->descriptor.get(), limit) : std::nullopt;
+    return file && file->size <= limit ? contentOf(*file, path, limit) : std::nullopt;
 }
 
 std::optional<std::string> readEnd(const std::string& path, std::size_t limit) {
@@ -369,7 +399,7 @@ std::optional<std::string> readEnd(const std::string& path, std::size_t limit) {
     if (!file || ::lseek(file->descriptor.get(), static_cast<off_t>(excess), SEEK_SET) < 0) {
         return std::nullopt;
     }
-    return readAll(file->descriptor.get(), limit);
+    return contentOf(*file, path, limit);
 }
 
 bool replace(const std::string& path, std::string_view content, Durability durability) {
@@ -381,6 +411,9 @@ bool replace(const std::string& path, std::string_view content, Durability durab
         return false;
     }
     const auto old = factsOf(*place);
+    if (!old && isPassing(errno)) {
+        return false;
+    }
     if (old && S_ISDIR(old->st_mode)) {
         reportOnce(path + ": a folder is in the file's place");
         return false;

@@ -57,6 +57,7 @@ std::optional<std::string> readAll(int descriptor, std::size_t limit) {
             return content;
         }
         if (filled > limit) {
+            errno = EFBIG;
             return std::nullopt;
         }
         if (filled == content.size()) {

@@ -12,7 +12,7 @@ namespace platform {
 /// `path`, which is absolute, with HAVREL_ROOT in front.
 std::string underRoot(std::string_view path);
 
-/// Everything that is left to read from a descriptor.
+/// Everything that is left to read from a descriptor; `errno` tells why it is absent.
 std::optional<std::string> readAll(int descriptor, std::size_t limit);
 
 /// Writes everything; false on an error.

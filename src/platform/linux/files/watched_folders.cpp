@@ -34,6 +34,9 @@ constexpr int mostLooks = 16;
 /// One event with the longest name must fit; more save system calls in a storm.
 constexpr std::size_t eventBuffer = std::size_t{64} << 10;
 
+/// How often to read from the ways for one look, during which users may go on renaming.
+constexpr int mostReads = 64;
+
 Descriptor newInotify() { return Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)); }
 
 /// Watches the folder behind the descriptor, whatever its path leads to by now.
@@ -102,15 +105,17 @@ WatchedFolders::WatchedFolders(const std::vector<WatchedFolder>& folders) : move
 
 void WatchedFolders::find(bool always) {
     bool isConcerned = always || isAnyGone_;
-    while (readOnce(ways_.get(), [&](const inotify_event& event) {
-               const bool isArrival = (event.mask & arrivalEvents) != 0;
-               isConcerned = isConcerned || !isArrival || awaitedNames_.contains(event.name);
-           }) > 0) {
+    const auto look = [&](const inotify_event& event) {
+        const bool isArrival = (event.mask & arrivalEvents) != 0;
+        isConcerned = isConcerned || !isArrival || awaitedNames_.contains(event.name);
+    };
+    for (int reads = 0; reads < mostReads && readOnce(ways_.get(), look) > 0; ++reads) {
     }
     if (!isConcerned) {
         return;
     }
     isAnyGone_ = false;
+    isAnyMissed_ = false;
     try {
         mounts_ = Mounts();
     } catch (const Exception& error) {
@@ -128,12 +133,15 @@ void WatchedFolders::find(bool always) {
 
 void WatchedFolders::findFolder(std::size_t index) {
     Folder& folder = folders_[index];
+    errno = 0;
     const Descriptor found = isWanted(folder) ? mounts_.reach(folder.place) : Descriptor();
+    const bool isShort = !found && (errno == EMFILE || errno == ENFILE || errno == ENOMEM);
     const int watch = found ? addWatch(moves_.get(), found, folderEvents) : -1;
-    if (found && watch < 0) {
-        reportLimit_("file-system events: a folder goes unwatched, the system grants no more watches");
+    if (isShort || (found && watch < 0)) {
+        isAnyMissed_ = true;
+        reportLimit_("file-system events: a folder may go unwatched, the system grants no more watches or descriptors");
     }
-    if (watch == folder.watch) {
+    if (isShort || watch == folder.watch) {
         return;
     }
     release(index);
@@ -204,6 +212,7 @@ void WatchedFolders::watchWay(const std::string& path, std::uint32_t events) {
     if (watch >= 0) {
         wayWatches_.insert(watch);
     }
+    isAnyMissed_ = isAnyMissed_ || (folder && watch < 0);
 }
 
 void WatchedFolders::readMoves() {

@@ -44,6 +44,7 @@ class WatchedFolders {
     /// Reads a bounded number of events; the descriptor stays readable while there are more.
     void readMoves();
     /// Looks the folders up by their paths again; unless `always`, only if something on the ways to them concerns them.
+    /// `ways` stays readable if it holds more than a bounded number of events.
     void find(bool always);
 
     /// Whether a watched folder is gone, so that `find` is due.
@@ -52,8 +53,11 @@ class WatchedFolders {
     /// Whether the system dropped events that `recover` makes up for.
     bool hasLostEvents() const { return hasLostEvents_; }
 
-    /// Compares what is in the folders now with what was there.
+    /// Compares what is in the folders now with what was there. Looks them up, too.
     void recover();
+
+    /// Whether a folder may go unwatched for want of watches or descriptors, so that `find` is worth another try later.
+    bool isAnyMissed() const { return isAnyMissed_; }
 
     MoveQueue& queue() { return queue_; }
 
@@ -99,6 +103,7 @@ class WatchedFolders {
     std::int64_t unreadBytes_ = 0;
 
     bool isAnyGone_ = false;
+    bool isAnyMissed_ = false;
     bool hasLostEvents_ = false;
     LimitedReport reportLoss_{1};
     LimitedReport reportLimit_{1};
