@@ -14,13 +14,4 @@ TEST(SessionContract, TheConsoleUserIsLookedUpAnew) {
     onMachine(std::nullopt, [] { EXPECT_EQ(session::consoleUser(), std::nullopt); });
 }
 
-TEST(SessionContract, AHomeFolderNeedsNoLogin) {
-    onMachine(std::nullopt, [] {
-        EXPECT_EQ(session::homeFolder("bob"), "/Users/bob");
-        EXPECT_EQ(session::homeFolder("nobody here"), std::nullopt);
-        EXPECT_EQ(session::homeFolder(""), std::nullopt);
-        EXPECT_TRUE(session::currentHomeFolder().starts_with("/"));
-    });
-}
-
 } // namespace

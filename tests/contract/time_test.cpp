@@ -2,7 +2,6 @@
 #include "foundation/error.h"
 #include "platform/clock.h"
 
-#include <atomic>
 #include <gmock/gmock.h>
 #include <optional>
 #include <thread>
@@ -15,18 +14,6 @@ using contract::time::now;
 using contract::time::passUntil;
 using testing::ElementsAre;
 using testing::Ge;
-
-TEST(ClockContract, SleepsForTheDuration) {
-    RunLoop loop;
-    const auto start = now();
-    std::atomic<bool> isOver = false;
-    const std::jthread sleeper([&] {
-        clock::sleep(20ms);
-        isOver = true;
-    });
-    ASSERT_TRUE(passUntil(loop, [&] { return isOver.load(); }));
-    EXPECT_GE(now() - start, 20ms);
-}
 
 TEST(ClockContract, EndsASleepWhenAStopIsRequested) {
     const auto sleepOn = [](const std::stop_token& stop) { clock::sleep(std::chrono::nanoseconds::max(), stop); };

@@ -302,11 +302,9 @@ TEST_P(ListingComparison, TellsWhatMovedBetweenFolders) {
 INSTANTIATE_TEST_SUITE_P(
     Listings, ListingComparison,
     testing::Values(
-        Comparison{"Nothing", {{{0, "a"}, 1}}, {{{0, "a"}, 1}}, {}},
         Comparison{
             "Moved", {{{0, "a"}, 1}, {{1, "b"}, 2}}, {{{1, "c"}, 1}, {{1, "b"}, 2}}, {{{0, "a"}, {1, "c"}, true}}},
         Comparison{"RenamedInItsFolder", {{{0, "a"}, 1}}, {{{0, "b"}, 1}}, {}},
-        Comparison{"Gone", {{{0, "a"}, 1}}, {}, {}}, Comparison{"New", {}, {{{1, "a"}, 1}}, {}},
         Comparison{"Replaced", {{{0, "a"}, 1}}, {{{0, "a"}, 2}}, {}},
         Comparison{"ReplacedWhenMoved", {{{0, "a"}, 1}}, {{{0, "a"}, 2}, {{1, "a"}, 1}}, {{{0, "a"}, {1, "a"}, true}}},
         Comparison{"SecondName", {{{0, "a"}, 1}}, {{{0, "a"}, 1}, {{1, "a"}, 1}}, {}},

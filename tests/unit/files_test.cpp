@@ -192,9 +192,10 @@ TEST_F(Files, ThatCannotBeReadForTheMomentStayAsTheyAre) {
     havrel::HVLLogger::drainAll();
     support::pings("a1:1").writeProxyOnFile(havrel::paths::proxies);
     havrel::hostPreferences().setHostID("kept");
-    const std::string files[] = {folder + hostLog, havrel::paths::proxies, folder + "/.HostPref.plist"};
-    std::vector<std::string> before;
-    std::ranges::transform(files, std::back_inserter(before), [this](const auto& file) { return root.read(file); });
+    const auto contents = [this] {
+        return root.read(folder + hostLog) + root.read(havrel::paths::proxies) + root.read(folder + "/.HostPref.plist");
+    };
+    const std::string before = contents();
     isDiskBad = true;
     EXPECT_THROW(havrel::hostPreferences().hostID(), platform::Exception);
     EXPECT_THROW(havrel::hostPreferences().setUserName("lost"), platform::Exception);
@@ -202,9 +203,7 @@ TEST_F(Files, ThatCannotBeReadForTheMomentStayAsTheyAre) {
     log.logString("lost");
     havrel::HVLLogger::drainAll();
     isDiskBad = false;
-    for (std::size_t i = 0; i < std::size(files); ++i) {
-        EXPECT_EQ(root.read(files[i]), before[i]);
-    }
+    EXPECT_EQ(contents(), before);
 }
 
 TEST_F(Files, StayAsTheyWereWhenTheDiskIsFull) {
