@@ -4,6 +4,7 @@
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/network.h"
 #include "platform/notifications.h"
 #include "platform/processes.h"
 #include "platform/run_loop.h"
@@ -64,6 +65,7 @@ void doWithin(std::chrono::milliseconds time, const std::function<void()>& work)
 void endProcessOnRequest() {
     platform::termination::onRequest([] {
         platform::diagnostics::contain("main loop", [] { platform::RunLoop::main().stop(); });
+        platform::network::endRequests(); // which the main thread may be waiting for
         platform::clock::sleep(patience);
         shutDown();
     });

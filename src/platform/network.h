@@ -31,6 +31,9 @@ inline constexpr std::size_t answerLimit = std::size_t{16} << 20;
 /// too long, a URL that isn't https. Redirects are followed to https only, and with a body only within the same server.
 std::optional<std::string> sendSynchronousRequest(const Request& request, std::optional<Error>& error);
 
+/// Ends the requests under way, and all later ones, with an error. For the end of the process.
+void endRequests();
+
 struct InterfaceAddress {
     std::string interfaceName;
     bool isUp = false;

@@ -20,19 +20,29 @@ class ProcessEndTest : public DaemonTest {
         EXPECT_GE(std::chrono::steady_clock::now() - start, 2s) << "the main thread was not busy";
     }
 
-    /// How many of the tools that were scripted to sleep still run.
-    std::ptrdiff_t sleepingTools() const {
-        return std::ranges::count_if(trial::processTable(), [this](const trial::Process& process) {
-            return process.session == daemon->id() && process.name == "sleep" && !process.isZombie;
+    void endDuringARequest(int signal = SIGTERM) {
+        ASSERT_TRUE(trial::eventually([&] { return running("HavrelFetch") == 1; }));
+        daemon->signal(signal);
+        ASSERT_TRUE(daemon->waitForEnd(2s).has_value()) << "the request went on";
+        EXPECT_EQ(running("HavrelFetch"), 0);
+    }
+
+    /// How many of the daemon's children, and theirs, have that name.
+    std::ptrdiff_t running(const std::string& name) const {
+        return std::ranges::count_if(trial::processTable(), [&](const trial::Process& process) {
+            return process.session == daemon->id() && process.name == name && !process.isZombie;
         });
     }
+
+    /// The tools that were scripted to sleep.
+    std::ptrdiff_t sleepingTools() const { return running("sleep"); }
 };
 
 TEST_F(ProcessEndTest, DoesNotWaitForTheStartUp) {
     machine.service.receive(trial::WebManner::stallAfterTls);
     start();
     ASSERT_TRUE(trial::eventually([&] { return machine.service.connections() > 0; }));
-    endWhileBusy();
+    endDuringARequest();
 }
 
 TEST_F(ProcessEndTest, DoesNotWaitForAStalledRequest) {
@@ -41,7 +51,7 @@ TEST_F(ProcessEndTest, DoesNotWaitForAStalledRequest) {
     machine.service.receive(trial::WebManner::stallAfterTls);
     client.post("UNInstallAction");
     ASSERT_TRUE(trial::eventually([&] { return machine.service.connections() > before; }));
-    endWhileBusy(SIGINT);
+    endDuringARequest(SIGINT);
 }
 
 TEST_F(ProcessEndTest, DoesNotWaitForASlowTool) {

@@ -11,6 +11,8 @@ std::optional<std::string> network::sendSynchronousRequest(const Request& reques
     return std::nullopt;
 }
 
+void network::endRequests() {}
+
 std::optional<std::vector<network::InterfaceAddress>> network::interfaceAddresses() {
     return fakes::network::interfaces();
 }

@@ -1,17 +1,22 @@
 #include "platform/network.h"
 
+#include "foundation/deployment.h"
 #include "foundation/diagnostics.h"
 #include "foundation/format.h"
 #include "foundation/property_list.h"
+#include "foundation/text.h"
+#include "platform/linux/files/descriptor.h"
 #include "platform/linux/files/system_files.h"
 #include "platform/linux/machine/system_fact.h"
+#include "platform/linux/network/fetcher.h"
 #include "platform/linux/network/network_interfaces.h"
 #include "platform/linux/network/proxy_settings.h"
-#include "platform/linux/network/web_transfer.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <climits>
+#include <fcntl.h>
 #include <ifaddrs.h>
 #include <memory>
 #include <net/if.h>
@@ -35,6 +40,53 @@ std::optional<std::string> ipv4Of(const char* name, const sockaddr* address) {
     return dotted.data();
 }
 
+/// nullopt for a file that can't be read or is too long.
+std::optional<std::string> readTrustAnchors(const std::string& path) {
+    constexpr std::size_t longest = std::size_t{4} << 20;
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    return file ? readAll(file.get(), longest) : std::nullopt;
+}
+
+fetch::Outcome send(const Request& request) {
+    fetch::Request transfer{.url = request.url,
+                            .method = request.method,
+                            .headers = request.headers,
+                            .body = request.body,
+                            .timeout = request.timeout,
+                            .longestAnswer = answerLimit,
+                            .proxy = proxy_settings::proxyFor("https"),
+                            .proxyExceptions = proxy_settings::exceptions()};
+    // Only root may be able to read the file.
+    if (const std::string& file = deployment::settings().trustAnchorFile; !file.empty()) {
+        transfer.trustAnchors = readTrustAnchors(file);
+        if (!transfer.trustAnchors) {
+            return fetch::transportError(-1200, "The trust anchors can't be read.");
+        }
+    }
+    return fetcher::perform(fetcher::program(), transfer);
+}
+
+/// Of a URL; both are empty for what is none.
+struct Server {
+    std::string scheme;
+    std::string host;
+};
+
+Server serverOf(std::string_view url) {
+    const std::size_t colon = url.find("://");
+    if (colon == std::string_view::npos) {
+        return {};
+    }
+    std::string_view authority = url.substr(colon + 3);
+    authority = authority.substr(0, authority.find_first_of("/?#"));
+    authority.remove_prefix(authority.rfind('@') + 1); // from the start without a user
+    const bool isBracketed = authority.starts_with('[');
+    const std::string_view host = authority.substr(isBracketed ? 1 : 0);
+    Server server{std::string(url.substr(0, colon)), std::string(host.substr(0, host.find(isBracketed ? ']' : ':')))};
+    std::ranges::transform(server.scheme, server.scheme.begin(), text::lower);
+    return server.scheme.empty() || server.host.empty() ? Server{} : server;
+}
+
 bool isAddress(int family, const std::string& text) {
     in6_addr address{};
     return text.find('\0') == std::string::npos && ::inet_pton(family, text.c_str(), &address) == 1;
@@ -43,8 +95,15 @@ bool isAddress(int family, const std::string& text) {
 } // namespace
 
 std::optional<std::string> sendSynchronousRequest(const Request& request, std::optional<Error>& error) {
-    return web_transfer::perform(request, error);
+    fetch::Outcome outcome = send(request);
+    if (auto* answer = std::get_if<std::string>(&outcome)) {
+        return std::move(*answer);
+    }
+    error = std::get<Error>(std::move(outcome));
+    return std::nullopt;
 }
+
+void endRequests() { fetcher::endAll(); }
 
 std::optional<std::vector<InterfaceAddress>> interfaceAddresses() {
     ifaddrs* list = nullptr;
@@ -71,7 +130,7 @@ bool isIPv4Address(const std::string& text) { return isAddress(AF_INET, text); }
 bool isIPv6Address(const std::string& text) { return isAddress(AF_INET6, text); }
 
 std::string proxyType(const std::string& url) {
-    const auto [scheme, host, port] = web_transfer::originOf(url);
+    const auto [scheme, host] = serverOf(url);
     const std::string proxy = proxy_settings::proxyFor(scheme);
     if (scheme.empty() || proxy.empty() || proxy_settings::isException(host, proxy_settings::exceptions())) {
         return "kCFProxyTypeNone";

@@ -33,27 +33,10 @@ std::vector<char*> execVector(const std::vector<std::string>& words) {
     return pointers;
 }
 
-/// The daemon's own, with the assignment if it isn't empty, and without the service manager's address: what it hears
-/// from there would be taken for the daemon's word.
-std::vector<std::string> environmentWith(const std::string& assignment) {
-    const std::string_view name = std::string_view(assignment).substr(0, assignment.find('=') + 1);
-    std::vector<std::string> environment;
-    for (char** own = environ; own != nullptr && *own != nullptr; ++own) {
-        const std::string_view variable = *own;
-        if (!variable.starts_with("NOTIFY_SOCKET=") && (name.empty() || !variable.starts_with(name))) {
-            environment.emplace_back(variable);
-        }
-    }
-    if (!name.empty()) {
-        environment.push_back(assignment);
-    }
-    return environment;
-}
-
 /// What posix_spawn sets up in the child before the program runs.
 class SpawnPlan {
   public:
-    explicit SpawnPlan(const Outputs& outputs) {
+    explicit SpawnPlan(const Streams& streams) {
         sigset_t none;
         sigset_t all;
         sigemptyset(&none);
@@ -64,9 +47,13 @@ class SpawnPlan {
                                        POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP));
         check(posix_spawnattr_setsigmask(&attributes_, &none));
         check(posix_spawnattr_setsigdefault(&attributes_, &all));
-        connect(outputs.standardOutput, STDOUT_FILENO);
-        connect(outputs.standardError, STDERR_FILENO);
-        check(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
+        connect(streams.standardOutput, STDOUT_FILENO);
+        connect(streams.standardError, STDERR_FILENO);
+        if (streams.standardInput >= 0) {
+            connect(streams.standardInput, STDIN_FILENO);
+        } else {
+            check(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
+        }
         check(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
     }
 
@@ -101,6 +88,21 @@ class SpawnPlan {
 
 } // namespace
 
+Environment environmentWith(const std::string& assignment) {
+    const std::string_view name = std::string_view(assignment).substr(0, assignment.find('=') + 1);
+    Environment environment;
+    for (char** own = environ; own != nullptr && *own != nullptr; ++own) {
+        const std::string_view variable = *own;
+        if (!variable.starts_with("NOTIFY_SOCKET=") && (name.empty() || !variable.starts_with(name))) {
+            environment.emplace_back(variable);
+        }
+    }
+    if (!name.empty()) {
+        environment.push_back(assignment);
+    }
+    return environment;
+}
+
 Pipe makePipe() {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
@@ -117,16 +119,15 @@ std::string_view readSome(int descriptor, Buffer& buffer) {
     return {buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0))};
 }
 
-Child::Child(const std::string& program, const std::vector<std::string>& arguments, const Outputs& outputs,
-             const std::string& assignment) {
+Child::Child(const std::string& program, const std::vector<std::string>& arguments, const Streams& streams,
+             const Environment& environment) {
     std::vector<std::string> words{program};
     words.insert(words.end(), arguments.begin(), arguments.end());
     const auto line = execVector(words);
-    const auto assignments = environmentWith(assignment);
-    const auto environment = execVector(assignments);
-    const SpawnPlan plan(outputs);
+    const auto assignments = execVector(environment);
+    const SpawnPlan plan(streams);
     const int error =
-        ::posix_spawnp(&pid_, program.c_str(), plan.actions(), plan.attributes(), line.data(), environment.data());
+        ::posix_spawnp(&pid_, program.c_str(), plan.actions(), plan.attributes(), line.data(), assignments.data());
     if (error != 0) {
         pid_ = -1;
         fail(program, error);

@@ -26,20 +26,27 @@ using Buffer = std::array<char, std::size_t{16} << 10>;
 /// What one read gives; empty at the end of the pipe.
 std::string_view readSome(int descriptor, Buffer& buffer);
 
-/// Where a child's output goes; -1 for where this process's own goes.
-struct Outputs {
+/// A child's standard descriptors; -1 for an empty input, and for an output that goes where this process's own goes.
+struct Streams {
+    int standardInput = -1;
     int standardOutput = -1;
     int standardError = -1;
 };
+
+/// Assignments, each "NAME=value".
+using Environment = std::vector<std::string>;
+
+/// This process's own, with the assignment if that is not empty, and without the service manager's address: what it
+/// hears from there would be taken for the daemon's word.
+Environment environmentWith(const std::string& assignment = {});
 
 /// Owned by one thread, which waits for it. The child leads a process group, so that a terminal's interrupt reaches
 /// this process only.
 class Child {
   public:
-    /// `program` is looked up on PATH when it has no "/". Its environment is this process's own with one more
-    /// assignment ("NAME=value") if that is not empty. Throws platform::Exception when it can't be started.
-    Child(const std::string& program, const std::vector<std::string>& arguments, const Outputs& outputs = {},
-          const std::string& assignment = {});
+    /// `program` is looked up on PATH when it has no "/". Throws platform::Exception when it can't be started.
+    Child(const std::string& program, const std::vector<std::string>& arguments, const Streams& streams = {},
+          const Environment& environment = environmentWith());
     /// Kills the child unless it was waited for.
     ~Child();
     Child(const Child&) = delete;

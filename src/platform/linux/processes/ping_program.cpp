@@ -40,7 +40,7 @@ class Ping {
         child_.emplace("/usr/bin/timeout",
                        std::vector<std::string>{"--signal=INT", "--kill-after=" + patience.kill, patience.interrupt,
                                                 "ping", "-n", "--", address},
-                       child_process::Outputs{.standardOutput = output});
+                       child_process::Streams{.standardOutput = output});
         underWay.groups.insert(child_->pid());
     }
 

@@ -71,7 +71,8 @@ int system(const std::string& commandLine) {
 TaskOutput runTask(const std::string& program, const std::vector<std::string>& arguments, Capture capture) {
     Pipe out = capture == Capture::standardError ? Pipe{} : child_process::makePipe();
     Pipe error = capture == Capture::standardOutput ? Pipe{} : child_process::makePipe();
-    Child child(program, arguments, {out.writer.get(), error.writer.get()}, listingFormat);
+    Child child(program, arguments, {.standardOutput = out.writer.get(), .standardError = error.writer.get()},
+                child_process::environmentWith(listingFormat));
     out.writer.reset();
     error.writer.reset();
     TaskOutput written = readToEnds(out.reader.get(), error.reader.get());

@@ -1,31 +1,59 @@
-#include "platform/linux/network/web_transfer.h"
+#include "fetch/web_transfer.h"
 
-#include "foundation/deployment.h"
 #include "foundation/text.h"
-#include "platform/linux/network/proxy_settings.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <curl/curl.h>
 #include <memory>
+#include <new>
+#include <openssl/ssl.h>
 
 namespace platform::web_transfer {
 
 namespace {
 
-using Headers = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
+using fetch::transportError;
 
-/// One handle per request. Connections are not reused, and a handle kept idle, with its trust anchors, would take most
-/// of the daemon's memory.
+using Headers = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
 using Handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
 
 Handle makeHandle() {
-    // On first use, so that a daemon that sends nothing doesn't pay for it.
     static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
     return {ready == CURLE_OK ? curl_easy_init() : nullptr, &curl_easy_cleanup};
 }
 
-Error transportError(int code, const char* description) { return {"NSURLErrorDomain", code, description}; }
+/// The server that a URL names, scheme and host in lower case. All empty for what is no URL.
+struct Origin {
+    std::string scheme;
+    std::string host;
+    std::string port;
+
+    bool operator==(const Origin&) const = default;
+};
+
+Origin originOf(const std::string& url) {
+    const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
+    if (curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
+        return {};
+    }
+    const auto part = [&](CURLUPart which) {
+        char* text = nullptr;
+        curl_url_get(parsed.get(), which, &text, CURLU_DEFAULT_PORT);
+        const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
+        return std::string(text != nullptr ? text : "");
+    };
+    std::string host = part(CURLUPART_HOST);
+    std::ranges::transform(host, host.begin(), text::lower);
+    return {part(CURLUPART_SCHEME), host, part(CURLUPART_PORT)};
+}
+
+/// Of the request under way, which may be a redirected one.
+Origin effectiveOrigin(CURL* handle) {
+    const char* url = nullptr;
+    curl_easy_getinfo(handle, CURLINFO_EFFECTIVE_URL, &url);
+    return originOf(url != nullptr ? url : "");
+}
 
 bool isBadDate(CURL* handle) {
     constexpr long notYetValid = 9; // OpenSSL's X509_V_ERR_CERT_NOT_YET_VALID
@@ -69,22 +97,35 @@ Error errorOf(CURLcode code, CURL* handle) {
     case CURLE_URL_MALFORMAT:
         return transportError(-1000, "The URL is invalid.");
     case CURLE_UNSUPPORTED_PROTOCOL:
-        return transportError(-1002, "The URL is of an unsupported kind.");
+        if (effectiveOrigin(handle).scheme != "https") {
+            return transportError(-1002, "The URL is of an unsupported kind.");
+        }
+        [[fallthrough]]; // HTTP/0.9
+    case CURLE_WEIRD_SERVER_REPLY:
+        return transportError(-1011, "The server's answer is not HTTP/1.1.");
     case CURLE_TOO_MANY_REDIRECTS:
         return transportError(-1007, "There were too many redirects.");
     case CURLE_ABORTED_BY_CALLBACK:
         return transportError(-1010, "The redirect leads to another server.");
     case CURLE_WRITE_ERROR:
+    case CURLE_OUT_OF_MEMORY: // also for one endless header line
         return transportError(-1103, "The answer is too long.");
     default:
         return transportError(-1, curl_easy_strerror(code));
     }
 }
 
-/// Appends what has arrived; ends the transfer when the answer gets too long.
+/// What has arrived so far.
+struct Arrived {
+    std::size_t longestAnswer = 0;
+    std::string answer = {};
+    std::size_t headers = 0; // in bytes
+};
+
+/// Ends the transfer when the answer gets too long.
 std::size_t receive(const char* bytes, std::size_t /*one*/, std::size_t count, void* destination) {
-    auto& answer = *static_cast<std::string*>(destination);
-    if (count > network::answerLimit - answer.size()) {
+    auto& [longestAnswer, answer, headers] = *static_cast<Arrived*>(destination);
+    if (count > longestAnswer - answer.size()) {
         return CURL_WRITEFUNC_ERROR;
     }
     try {
@@ -93,6 +134,15 @@ std::size_t receive(const char* bytes, std::size_t /*one*/, std::size_t count, v
         return CURL_WRITEFUNC_ERROR;
     }
     return count;
+}
+
+/// The heads of all answers, redirects and interim ones included, and the trailers: the library would keep them without
+/// a bound.
+std::size_t receiveHeader(const char* /*bytes*/, std::size_t /*one*/, std::size_t count, void* destination) {
+    constexpr std::size_t longestHeaders = std::size_t{256} << 10;
+    auto& arrived = *static_cast<Arrived*>(destination);
+    arrived.headers += count;
+    return arrived.headers <= longestHeaders ? count : 0;
 }
 
 /// Control characters become blanks: the value may come from a file that every user may write, and a line break in it
@@ -120,7 +170,7 @@ std::string sendable(const std::string& url) {
     return escaped;
 }
 
-Headers headersOf(const network::Request& request) {
+Headers headersOf(const fetch::Request& request) {
     curl_slist* list = curl_slist_append(nullptr, "Expect:"); // without a value: not sent
     for (const auto& [name, value] : request.headers) {
         list = curl_slist_append(list, headerLine(name, value).c_str());
@@ -128,21 +178,36 @@ Headers headersOf(const network::Request& request) {
     return {list, &curl_slist_free_all};
 }
 
+/// A connection that ends without TLS's own goodbye may have been cut by anybody. The library takes that for the end of
+/// an answer that has no length; OpenSSL by itself doesn't.
+CURLcode refuseCutConnections(CURL* /*handle*/, void* context, void* /*unused*/) {
+    SSL_CTX_clear_options(static_cast<SSL_CTX*>(context), SSL_OP_IGNORE_UNEXPECTED_EOF);
+    return CURLE_OK;
+}
+
 void restrictTransport(CURL* handle, std::chrono::milliseconds timeout) {
-    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, std::max<long>(1, static_cast<long>(timeout.count())));
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L); // else a stalled name look-up outlives the time-out
     curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(handle, CURLOPT_HTTP09_ALLOWED, 0L);
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "https");
     curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     curl_easy_setopt(handle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    // After a request with a body longer than its length header, a connection can't be used again.
+    curl_easy_setopt(handle, CURLOPT_SSL_CTX_FUNCTION, &refuseCutConnections);
+    // After a request with a body longer than its length header, a connection can't be used again, say by a redirect.
     curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 1L);
     curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, 1L);
-    curl_easy_setopt(handle, CURLOPT_PROXY, proxy_settings::proxyFor("https").c_str());
-    curl_easy_setopt(handle, CURLOPT_NOPROXY, proxy_settings::exceptions().c_str());
-    if (const std::string& anchors = deployment::settings().trustAnchorFile; !anchors.empty()) {
-        curl_easy_setopt(handle, CURLOPT_CAINFO, anchors.c_str());
+}
+
+/// `request` has to outlive the transfer.
+void setSystemsPart(CURL* handle, const fetch::Request& request) {
+    curl_easy_setopt(handle, CURLOPT_PROXY, request.proxy.c_str());
+    curl_easy_setopt(handle, CURLOPT_NOPROXY, request.proxyExceptions.c_str());
+    if (request.trustAnchors) {
+        curl_blob anchors{const_cast<char*>(request.trustAnchors->data()), // NOLINT(*-const-cast): only read
+                          request.trustAnchors->size(), CURL_BLOB_NOCOPY};
+        curl_easy_setopt(handle, CURLOPT_CAINFO_BLOB, &anchors);
         curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
     }
 }
@@ -156,17 +221,15 @@ struct Sent {
 /// Called before each request of a transfer. Bodies carry secrets, so a redirect to another server ends it.
 int keepToOrigin(void* sent, char* /*address*/, char* /*ownAddress*/, int /*port*/, int /*ownPort*/) {
     const auto& [handle, origin] = *static_cast<const Sent*>(sent);
-    const char* url = nullptr;
-    curl_easy_getinfo(handle, CURLINFO_EFFECTIVE_URL, &url);
     try {
-        return url != nullptr && originOf(url) == origin ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+        return effectiveOrigin(handle) == origin ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
     } catch (const std::bad_alloc&) {
         return CURL_PREREQFUNC_ABORT;
     }
 }
 
-/// `headers` and `sent` have to outlive the transfer.
-void describe(CURL* handle, const network::Request& request, const Headers& headers, Sent& sent) {
+/// All have to outlive the transfer.
+void describe(CURL* handle, const fetch::Request& request, const Headers& headers, Sent& sent) {
     curl_easy_setopt(handle, CURLOPT_URL, sendable(request.url).c_str());
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
@@ -185,40 +248,25 @@ void describe(CURL* handle, const network::Request& request, const Headers& head
 
 } // namespace
 
-std::optional<std::string> perform(const network::Request& request, std::optional<Error>& error) {
+fetch::Outcome perform(const fetch::Request& request) {
     const Handle handle = makeHandle();
     if (!handle) {
-        error = transportError(-1, "No transport.");
-        return std::nullopt;
+        return transportError(-1, "No transport.");
     }
     const Headers headers = headersOf(request);
-    std::string answer;
+    Arrived arrived{.longestAnswer = request.longestAnswer};
     Sent sent{handle.get(), originOf(sendable(request.url))};
     restrictTransport(handle.get(), request.timeout);
+    setSystemsPart(handle.get(), request);
     describe(handle.get(), request, headers, sent);
     curl_easy_setopt(handle.get(), CURLOPT_WRITEFUNCTION, &receive);
-    curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &answer);
+    curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &arrived);
+    curl_easy_setopt(handle.get(), CURLOPT_HEADERFUNCTION, &receiveHeader);
+    curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &arrived);
     if (const CURLcode code = curl_easy_perform(handle.get()); code != CURLE_OK) {
-        error = errorOf(code, handle.get());
-        return std::nullopt;
+        return errorOf(code, handle.get());
     }
-    return answer;
-}
-
-Origin originOf(const std::string& url) {
-    const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
-    if (curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
-        return {};
-    }
-    const auto part = [&](CURLUPart which) {
-        char* text = nullptr;
-        curl_url_get(parsed.get(), which, &text, CURLU_DEFAULT_PORT);
-        const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
-        return std::string(text != nullptr ? text : "");
-    };
-    std::string host = part(CURLUPART_HOST);
-    std::ranges::transform(host, host.begin(), text::lower);
-    return {part(CURLUPART_SCHEME), host, part(CURLUPART_PORT)};
+    return std::move(arrived.answer);
 }
 
 } // namespace platform::web_transfer
