@@ -145,6 +145,37 @@ std::size_t receiveHeader(const char* /*bytes*/, std::size_t /*one*/, std::size_
     return arrived.headers <= longestHeaders ? count : 0;
 }
 
+/// Whether the server has ended the connection by TLS's own goodbye. Without it anybody on the way may have cut the
+/// answer, which the library takes for its end where it has no length.
+struct Goodbye {
+    bool hasCome = false;
+};
+
+void noteAlert(const SSL* connection, int what, int alert) {
+    if (what == SSL_CB_READ_ALERT && (alert & 0xff) == SSL_AD_CLOSE_NOTIFY) {
+        static_cast<Goodbye*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection)))->hasCome = true;
+    }
+}
+
+/// Called before each TLS connection of a transfer.
+CURLcode watchForGoodbye(CURL* /*handle*/, void* context, void* goodbye) {
+    static_cast<Goodbye*>(goodbye)->hasCome = false;
+    SSL_CTX_set_app_data(static_cast<SSL_CTX*>(context), goodbye);
+    SSL_CTX_set_info_callback(static_cast<SSL_CTX*>(context), &noteAlert);
+    return CURLE_OK;
+}
+
+/// Whether only the end of the connection tells where the answer ends.
+bool hasNoLength(CURL* handle) {
+    const auto has = [&](const char* name) {
+        curl_header* header = nullptr;
+        return curl_easy_header(handle, name, 0, CURLH_HEADER, -1, &header) == CURLHE_OK;
+    };
+    long status = 0;
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+    return status != 204 && status != 304 && !has("Content-Length") && !has("Transfer-Encoding");
+}
+
 /// Control characters become blanks: the value may come from a file that every user may write, and a line break in it
 /// would add a header.
 std::string headerLine(const std::string& name, const std::string& value) {
@@ -178,13 +209,6 @@ Headers headersOf(const fetch::Request& request) {
     return {list, &curl_slist_free_all};
 }
 
-/// A connection that ends without TLS's own goodbye may have been cut by anybody. The library takes that for the end of
-/// an answer that has no length; OpenSSL by itself doesn't.
-CURLcode refuseCutConnections(CURL* /*handle*/, void* context, void* /*unused*/) {
-    SSL_CTX_clear_options(static_cast<SSL_CTX*>(context), SSL_OP_IGNORE_UNEXPECTED_EOF);
-    return CURLE_OK;
-}
-
 void restrictTransport(CURL* handle, std::chrono::milliseconds timeout) {
     curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
@@ -194,7 +218,6 @@ void restrictTransport(CURL* handle, std::chrono::milliseconds timeout) {
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "https");
     curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     curl_easy_setopt(handle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    curl_easy_setopt(handle, CURLOPT_SSL_CTX_FUNCTION, &refuseCutConnections);
     // After a request with a body longer than its length header, a connection can't be used again, say by a redirect.
     curl_easy_setopt(handle, CURLOPT_FRESH_CONNECT, 1L);
     curl_easy_setopt(handle, CURLOPT_FORBID_REUSE, 1L);
@@ -263,7 +286,14 @@ fetch::Outcome perform(const fetch::Request& request) {
     curl_easy_setopt(handle.get(), CURLOPT_WRITEDATA, &arrived);
     curl_easy_setopt(handle.get(), CURLOPT_HEADERFUNCTION, &receiveHeader);
     curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &arrived);
-    if (const CURLcode code = curl_easy_perform(handle.get()); code != CURLE_OK) {
+    Goodbye goodbye;
+    curl_easy_setopt(handle.get(), CURLOPT_SSL_CTX_FUNCTION, &watchForGoodbye);
+    curl_easy_setopt(handle.get(), CURLOPT_SSL_CTX_DATA, &goodbye);
+    CURLcode code = curl_easy_perform(handle.get());
+    if (code == CURLE_OK && !goodbye.hasCome && hasNoLength(handle.get())) {
+        code = CURLE_PARTIAL_FILE;
+    }
+    if (code != CURLE_OK) {
         return errorOf(code, handle.get());
     }
     return std::move(arrived.answer);
