@@ -1,6 +1,7 @@
 #include "daemon/HVLAutoUninstaller.h"
 #include "daemon/Helper.h"
 #include "daemon/ProcessEnd.h"
+#include "foundation/deployment.h"
 #include "foundation/diagnostics.h"
 #include "foundation/limited_report.h"
 #include "platform/clock.h"
@@ -32,6 +33,7 @@ RunLoop& mainLoop() {
 } // namespace
 
 int main() {
+    contain("settings", platform::deployment::reportMissing);
     contain("signals", havrel::endProcessOnRequest);
     contain("service manager", havrel::service_status::begin);
     RunLoop& loop = mainLoop();

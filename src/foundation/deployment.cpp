@@ -1,14 +1,21 @@
 #include "foundation/deployment.h"
 
+#include "foundation/diagnostics.h"
+
 #include <cstdlib>
 
 namespace platform::deployment {
 
 namespace {
 
-void read(const char* variable, std::string& setting) {
+/// Nullptr if the variable is not set or empty.
+const char* valueOf(const char* variable) {
     const char* value = std::getenv(variable);
-    if (value != nullptr && *value != '\0') {
+    return value != nullptr && *value != '\0' ? value : nullptr;
+}
+
+void read(const char* variable, std::string& setting) {
+    if (const char* value = valueOf(variable)) {
         setting = value;
     }
 }
@@ -34,6 +41,18 @@ Settings fromEnvironment() {
 const Settings& settings() {
     static const Settings settings = fromEnvironment();
     return settings;
+}
+
+void reportMissing() {
+    std::string missing;
+    for (const std::string variable : {"HAVREL_WEB_SERVICE_HOST", "HAVREL_API_HOST"}) {
+        if (valueOf(variable.c_str()) == nullptr) {
+            missing += (missing.empty() ? "" : ", ") + variable;
+        }
+    }
+    if (!missing.empty()) {
+        diagnostics::report("settings", "not set: " + missing + "; no request can be made there, see HavrelHelper(8)");
+    }
 }
 
 } // namespace platform::deployment

@@ -23,4 +23,7 @@ struct Settings {
 
 const Settings& settings();
 
+/// Reports in one line which variables are not set though no request can be made without them.
+void reportMissing();
+
 } // namespace platform::deployment

@@ -19,7 +19,9 @@ TEST_P(StartUpTest, TakesItsStepsInOrder) {
     setPreferences({{"isServiceEnabled", service.isEnabled},
                     {"IsInstanstAccessEnabled", service.isInstantAccessEnabled},
                     {"DisplaySleep", "33"}});
+    settings = {{"HAVREL_API_HOST", ""}};
     startUp();
+    EXPECT_THAT(daemon->diagnostics(), testing::StartsWith("settings: not set: HAVREL_API_HOST; no request"));
 
     const std::string folder = "'/Library/Application Support/HVLHostForMac'";
     const std::string openBest = "sudo chmod 777 /Library/Application Support/HVLHostForMac/Proxies.plist";

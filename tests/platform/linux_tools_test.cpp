@@ -2,6 +2,7 @@
 #include "platform/processes.h"
 #include "trial/support/stand_in_tools.h"
 #include "trial/support/temporary_folder.h"
+#include "trial/support/wait.h"
 
 #include <gmock/gmock.h>
 
@@ -24,9 +25,14 @@ class LinuxTools : public testing::Test {
         tools.script("id", "echo ${ID:-0}");
         tools.script("systemctl", R"(case $* in
             *show*) echo loaded ;;
+            *is-active*) [ -n "${RUNNING-}" ] ;;
             *) echo "systemctl $@" ;;
             esac)");
-        tools.script("busctl", R"([ -n "$ACTION" ] && echo "s \"$ACTION\"" && echo "t $MICROSECONDS")");
+        // A login manager, which ACTION and MICROSECONDS set where the file does not.
+        tools.script("busctl", R"sh(file=$HAVREL_ROOT/etc/systemd/logind.conf.d/60-havrel.conf
+            [ -n "${OVERRIDDEN-}" ] || [ ! -f "$file" ] || eval "$(grep ^Idle "$file")"
+            [ -z "${IdleActionSec-}" ] || MICROSECONDS=$((${IdleActionSec%min} * 60000000))
+            echo "s \"${IdleAction-$ACTION}\" t ${MICROSECONDS-1}")sh");
         tools.script("loginctl", R"(case $* in
             list*) printf '1 x\n2 y\n' ;;
             *1) printf 'Name=bob\nLeader=66\nType=tty\nClass=user\n' ;;
@@ -36,7 +42,7 @@ class LinuxTools : public testing::Test {
 
     void expectEach(const std::vector<Case>& cases) const {
         const std::string start = "cd '" + root.at("/jobs").string() + "' && HAVREL_ROOT='" + root.path().string() +
-                                  "' PATH='" HAVREL_SOURCE_TREE "/packaging/linux-tools:" + tools.searchPath() +
+                                  "' PATH='" + folder + ":" + tools.searchPath() +
                                   ":/usr/sbin:/usr/bin:/bin' && export HAVREL_ROOT PATH && ";
         for (const Case& row : cases) {
             SCOPED_TRACE(row.name);
@@ -49,6 +55,7 @@ class LinuxTools : public testing::Test {
         }
     }
 
+    const std::string folder = HAVREL_SOURCE_TREE "/packaging/linux-tools";
     const trial::TemporaryFolder root;
     const trial::StandInTools tools{root.path()};
 };
@@ -56,29 +63,41 @@ class LinuxTools : public testing::Test {
 TEST_F(LinuxTools, LaunchctlSteersTheUnitThatAJobFilesLabelNames) {
     const std::string unit = " -- com.Dravex.Agent.service\n";
     expectEach({
-        {.name = "load", .commandLine = "launchctl load agent", .output = "systemctl --no-block start" + unit},
         {.name = "unload for good",
          .commandLine = "launchctl unload -w agent",
          .output = "systemctl --quiet disable" + unit + "systemctl stop" + unit},
-        {.name = "load for a user",
-         .commandLine = "ID=501 launchctl bsexec $$ launchctl load -S Aqua  agent",
+        {.name = "load for a user, whose agent is just ending",
+         .commandLine = "ID=501 RUNNING=yes launchctl bsexec $$ launchctl load -S Aqua  agent",
          .output = "systemctl --user --no-block start" + unit},
         {.name = "label that is no unit's name", .commandLine = "launchctl load hostile", .succeeds = false},
     });
+    const trial::ToolCall again{"systemctl", {"--user", "start", "--", "com.Dravex.Agent.service"}};
+    EXPECT_TRUE(trial::eventually([&] { return tools.calls("systemctl").back() == again; }));
+}
+
+TEST_F(LinuxTools, SudoHandsOnWhatIsNoneOfItsTwoForms) {
+    expectEach({{.name = "option behind the user",
+                 .commandLine = "sed 's:exec :exec echo :' " + folder + "/sudo | /bin/sh -s -- -u ann -i",
+                 .output = "/usr/bin/sudo -u ann -i\n"}});
 }
 
 TEST_F(LinuxTools, SystemsetupReadsAndSetsTheTimers) {
-    const std::string computer = "systemctl kill --kill-whom=main --signal=HUP systemd-logind.service\n";
-    const std::string settings = " && tail -n 2 ../etc/systemd/logind.conf.d/60-havrel.conf";
+    const std::string reread = "systemctl kill --kill-whom=main --signal=HUP systemd-logind.service\n";
     expectEach({
         {.name = "computer's reading",
-         .commandLine = "ACTION=suspend MICROSECONDS=600000000 systemsetup -getcomputersleep",
-         .output = "Computer Sleep: after 10 minutes\n"},
-        {.name = "computer",
-         .commandLine = "systemsetup -setcomputersleep 15" + settings,
-         .output = computer + "setcomputersleep: 15\nIdleAction=suspend\nIdleActionSec=15min\n"},
+         .commandLine = "ACTION=suspend MICROSECONDS=14400000000 systemsetup -getcomputersleep",
+         .output = "Computer Sleep: after 180 minutes\n"},
+        {.name = "off, and on again with the action that was there",
+         .commandLine = "export ACTION=hibernate; systemsetup -setcomputersleep Never && "
+                        "systemsetup -setcomputersleep 15 && tail -n 2 ../etc/systemd/logind.conf.d/60-havrel.conf",
+         .output = reread + "setcomputersleep: Never\n" + reread +
+                   "setcomputersleep: 15\nIdleAction=hibernate\nIdleActionSec=15min\n"},
+        {.name = "another's setting in force",
+         .commandLine = "OVERRIDDEN=yes ACTION=suspend systemsetup -setcomputersleep Never",
+         .output = reread,
+         .succeeds = false},
         {.name = "display",
-         .commandLine = "systemsetup -setdisplaysleep 180 && systemsetup -getdisplaysleep",
+         .commandLine = "systemsetup -setdisplaysleep 500 && systemsetup -getdisplaysleep",
          .output = "setdisplaysleep: 180\nDisplay Sleep: after 180 minutes\n"},
     });
 }
