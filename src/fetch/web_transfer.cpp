@@ -8,6 +8,8 @@
 #include <memory>
 #include <new>
 #include <openssl/ssl.h>
+#include <string_view>
+#include <vector>
 
 namespace platform::web_transfer {
 
@@ -69,6 +71,12 @@ bool isUnreachable(CURL* handle) {
     return number == ENETUNREACH;
 }
 
+bool isRefusedByProxy(CURL* handle) {
+    long status = 0; // of the answer to CONNECT
+    curl_easy_getinfo(handle, CURLINFO_HTTP_CONNECTCODE, &status);
+    return status >= 300;
+}
+
 Error errorOf(CURLcode code, CURL* handle) {
     switch (code) {
     case CURLE_OPERATION_TIMEDOUT:
@@ -87,7 +95,8 @@ Error errorOf(CURLcode code, CURL* handle) {
     case CURLE_GOT_NOTHING:
     case CURLE_RECV_ERROR:
     case CURLE_SEND_ERROR:
-        return transportError(-1005, "The connection was lost.");
+        return isRefusedByProxy(handle) ? transportError(-1004, "The proxy does not connect to the server.")
+                                        : transportError(-1005, "The connection was lost.");
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_SSL_CACERT_BADFILE:
         return transportError(-1200, "A secure connection could not be made.");
@@ -165,15 +174,30 @@ CURLcode watchForGoodbye(CURL* /*handle*/, void* context, void* goodbye) {
     return CURLE_OK;
 }
 
+/// The values of a field in the last head, in order.
+std::vector<std::string_view> fieldsOf(CURL* handle, const char* name) {
+    std::vector<std::string_view> values;
+    curl_header* field = nullptr;
+    while (curl_easy_header(handle, name, values.size(), CURLH_HEADER, -1, &field) == CURLHE_OK) {
+        values.emplace_back(field->value);
+    }
+    return values;
+}
+
+/// Whether the lengths differ or are no numbers: different readers would end the answer in different places.
+bool hasDoubtfulLength(CURL* handle) {
+    const auto lengths = fieldsOf(handle, "Content-Length");
+    return std::ranges::any_of(lengths, [&](std::string_view length) {
+        return length != lengths.front() || length.find_first_not_of("0123456789") != std::string_view::npos;
+    });
+}
+
 /// Whether only the end of the connection tells where the answer ends.
 bool hasNoLength(CURL* handle) {
-    const auto has = [&](const char* name) {
-        curl_header* header = nullptr;
-        return curl_easy_header(handle, name, 0, CURLH_HEADER, -1, &header) == CURLHE_OK;
-    };
     long status = 0;
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
-    return status != 204 && status != 304 && !has("Content-Length") && !has("Transfer-Encoding");
+    return status != 204 && status != 304 && fieldsOf(handle, "Content-Length").empty() &&
+           fieldsOf(handle, "Transfer-Encoding").empty();
 }
 
 /// Control characters become blanks: the value may come from a file that every user may write, and a line break in it
@@ -292,6 +316,9 @@ fetch::Outcome perform(const fetch::Request& request) {
     CURLcode code = curl_easy_perform(handle.get());
     if (code == CURLE_OK && !goodbye.hasCome && hasNoLength(handle.get())) {
         code = CURLE_PARTIAL_FILE;
+    }
+    if (code == CURLE_OK && hasDoubtfulLength(handle.get())) {
+        code = CURLE_WEIRD_SERVER_REPLY;
     }
     if (code != CURLE_OK) {
         return errorOf(code, handle.get());

@@ -2,7 +2,8 @@
 
 #include "platform/linux/files/descriptor.h"
 #include "support/root_test.h"
-#include "trial/support/web_service.h"
+#include "trial/support/hostile_answers.h"
+#include "trial/support/process_table.h"
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 
 using namespace platform;
 using namespace std::literals;
@@ -43,7 +45,12 @@ class Network : public support::RootTest {
     std::int64_t send(const network::Request& request) {
         std::optional<Error> error;
         answer = network::sendSynchronousRequest(request, error);
-        return error ? error->code : 0;
+        EXPECT_NE(answer.has_value(), error.has_value());
+        if (!error) {
+            return 0;
+        }
+        EXPECT_EQ(error->domain, "NSURLErrorDomain");
+        return error->code;
     }
 
     trial::CertificateAuthority authority{root.at("/ca.pem")};
@@ -52,36 +59,40 @@ class Network : public support::RootTest {
     std::optional<std::string> answer;
 };
 
-TEST_F(Network, StallsEndInTime) {
-    service.answer("/stall", {.body = "half", .promisedLength = 9, .ending = trial::WebAnswer::Ending::stall});
-    EXPECT_EQ(send({.url = base + "/stall", .timeout = 300ms}), -1001);
-    service.receive(trial::WebManner::stallBeforeTls);
-    EXPECT_EQ(send({.url = base, .timeout = 300ms}), -1001);
+TEST_F(Network, AnswersAreTakenOrRefusedInTimeAndMemory) {
+    for (const auto& answers : {trial::hostileAnswers(), trial::slowAnswers(), trial::oddAnswers()}) {
+        for (const trial::HostileAnswer& row : answers) {
+            SCOPED_TRACE(row.name);
+            service.answer("/hostile", row.answer);
+            EXPECT_EQ(send({.url = base + "/hostile", .timeout = row.timeout}), row.errorCode);
+            EXPECT_EQ(answer, row.body);
+            EXPECT_LT(trial::peakMemory(), 100'000) << "kilobytes";
+        }
+    }
 }
 
-TEST_F(Network, FaultsHaveTheirCodes) {
+TEST_F(Network, ServersThatCannotBeTrustedAreRefused) {
     const trial::WebService wrongHost(authority, trial::CertificateKind::wrongHost);
-    service.answer("/plain", redirectTo("http://" + service.host()));
-    service.answer("/cut", {.body = "half", .promisedLength = 9});
-    service.answer("/endless", {.ending = trial::WebAnswer::Ending::endless});
+    const trial::WebService expired(authority, trial::CertificateKind::expired);
+    EXPECT_EQ(send({.url = "https://" + wrongHost.host()}), -1202);
+    EXPECT_EQ(send({.url = "https://" + expired.host()}), -1201);
+    service.receive(trial::WebManner::oldTls);
+    EXPECT_EQ(send({.url = base}), -1200);
+    service.receive(trial::WebManner::stallBeforeTls);
+    EXPECT_EQ(send({.url = base, .timeout = 300ms}), -1001);
+    EXPECT_THAT(service.requests(), testing::IsEmpty());
+}
 
-    struct {
-        const char* name;
-        std::string url;
-        std::int64_t code;
-    } const cases[] = {
-        {"redirected to plain HTTP", base + "/plain", -1002},
-        {"a body cut short", base + "/cut", -1005},
-        {"an endless answer", base + "/endless", -1103},
-        {"another host's certificate", "https://" + wrongHost.host(), -1202},
-    };
-
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(send({.url = row.url}), row.code);
+TEST_F(Network, NothingIsSentWithoutTheAnchors) {
+    root.write("/empty.pem", "");
+    ASSERT_EQ(mkfifo(root.at("/pipe.pem").c_str(), 0600), 0);
+    for (const char* anchors : {"/missing.pem", "/empty.pem", "/pipe.pem", "/"}) {
+        fakes::deployment::setTrustAnchorFile(root.at(anchors));
+        EXPECT_EQ(send({.url = base, .timeout = 5s}), -1200) << anchors;
     }
     fakes::deployment::setTrustAnchorFile("");
     EXPECT_EQ(send({.url = base}), -1202) << "the system does not know this authority";
+    EXPECT_THAT(service.requests(), testing::IsEmpty());
 }
 
 TEST_F(Network, RequestsAreSentAsDescribed) {
@@ -165,8 +176,28 @@ TEST_F(Network, ProxiesComeFromTheEnvironmentElseTheSystemsFile) {
 }
 
 TEST_F(Network, RequestsTakeTheProxy) {
-    root.write("/etc/environment", "https_proxy=http://127.0.0.1:1\n");
-    EXPECT_EQ(send({.url = base}), -1004);
+    const std::string opened = "HTTP/1.1 200 OK\r\n";
+
+    struct {
+        const char* name;
+        trial::WebAnswer connected; // the answer to CONNECT
+        std::int64_t code;
+        std::optional<std::string> body = {};
+    } const cases[] = {
+        {"opens the way", {.head = opened + "\r\n"}, 0, "behind the proxy"},
+        {"refuses", {.status = 403}, -1004},
+        {"an endless head", {.ending = trial::WebAnswer::Ending::endless, .filler = "A: b\r\n", .head = opened}, -1103},
+    };
+
+    root.write("/etc/environment", "https_proxy=http://" + service.host() + "\n");
+    service.receive(trial::WebManner::proxy);
+    service.answer("/", {.body = "behind the proxy"});
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        service.answer(service.host(), row.connected);
+        EXPECT_EQ(send({.url = base + "/"}), row.code);
+        EXPECT_EQ(answer, row.body);
+    }
 }
 
 /// Adds 127.9.9.9 with the label "lo:1" in a network of this process's own, and expects it among the addresses of "lo".

@@ -41,7 +41,7 @@ std::vector<HostileAnswer> hostileAnswers() {
         {"EndlessHeaderLine", endless(ok + "X-Filler: ", "x"), tooLong},
         {"EndlessPreliminaryAnswers", endless("", "HTTP/1.1 100 Continue\r\n\r\n"), tooLong},
         {"EndlessBody", endless(ok + "\r\n", "x"), tooLong},
-        {"EndlessChunks", endless(chunked, "1\r\nx\r\n"), tooLong},
+        {"EndlessChunks", endless(chunked, "400\r\n" + std::string(0x400, 'x') + "\r\n"), tooLong},
         {"EndlessTrailers", endless(chunked + "0\r\n", field), tooLong},
         {"EndlessTrailerLine", endless(chunked + "0\r\nX-Filler: ", "x"), lost},
         {"HugeLength", endless(ok + "Content-Length: 9223372036854775807\r\n\r\n", "x"), tooLong},
@@ -69,15 +69,37 @@ std::vector<HostileAnswer> hostileAnswers() {
 }
 
 std::vector<HostileAnswer> slowAnswers() {
-    return {
+    std::vector<HostileAnswer> answers{
         {"SlowHead", slow(ok + "X-Filler: "), timedOut},
         {"SlowBody", slow(ok + "\r\n"), timedOut},
-        {"SlowChunkSize", slow(chunked), timedOut},
+        {"SlowChunkExtension", slow(chunked + "1;"), timedOut},
         {"EndlessChunkExtension", endless(chunked + "1;", "x"), timedOut},
         {"NothingButSilence", {.ending = Ending::stall, .head = ""}, timedOut},
         {"StalledBody", {.body = "half", .promisedLength = 5, .ending = Ending::stall}, timedOut},
         {"SwitchToAnotherProtocol", {.ending = Ending::stall, .head = "HTTP/1.1 101 Other\r\n\r\n"}, timedOut},
     };
+    for (HostileAnswer& answer : answers) {
+        answer.timeout = std::chrono::milliseconds(300);
+    }
+    return answers;
+}
+
+std::vector<HostileAnswer> oddAnswers() {
+    const std::string body = "\x1f\x8bwhole";
+    const std::string chunk = "7\r\n" + body + "\r\n";
+    std::vector<HostileAnswer> answers{
+        {"EncodingThatNobodyAskedFor", {.body = body, .headers = {{"Content-Encoding", "gzip"}}}},
+        {"BodyThatEndsWithTheConnection", headed("", body)},
+        {"OneLengthTwice", headed("Content-Length: 7\r\ncontent-length:7\r\n", body)},
+        {"LengthBesideChunks", headed("Content-Length: 9\r\nTransfer-Encoding: chunked\r\n", chunk + "0\r\n\r\n")},
+        {"Trailer", {.body = chunk + "0\r\n" + field + "\r\n", .ending = Ending::cut, .head = chunked}},
+        {"InterimAnswer", {.body = body, .head = "HTTP/1.1 103 Hints\r\n" + field + "\r\n" + ok + "\r\n"}},
+        {"Fault", {.body = body, .status = 500}},
+    };
+    for (HostileAnswer& answer : answers) {
+        answer.body = body;
+    }
+    return answers;
 }
 
 } // namespace trial

@@ -298,9 +298,6 @@ struct WebService::State {
     void converse(int socket) {
         Connection connection(socket, down);
         const WebManner received = countConnection();
-        if (received == WebManner::closeAtOnce) {
-            return;
-        }
         if (received == WebManner::stallBeforeTls) {
             return connection.stall();
         }

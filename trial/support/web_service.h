@@ -59,7 +59,6 @@ struct WebAnswer {
 /// What happens to a connection.
 enum class WebManner {
     serve,
-    closeAtOnce,
     stallBeforeTls,
     stallAfterTls,
     /// Speaks TLS 1.1 only.
