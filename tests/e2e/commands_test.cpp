@@ -1,6 +1,8 @@
 #include "e2e/daemon_test.h"
 
 #include "foundation/json.h"
+#include "trial/support/hostile_answers.h"
+#include "trial/support/process_table.h"
 #include "trial/support/sleep_service.h"
 #include "web/HVLConnectionUtil.h"
 
@@ -8,7 +10,6 @@ namespace e2e {
 
 using platform::Dictionary;
 using platform::Value;
-using trial::WebManner;
 
 namespace {
 
@@ -18,6 +19,7 @@ const std::string unloadHost = "launchctl unload /Library/LaunchDaemons/com.Drav
 const std::string killAgent = "killall HavrelAgent";
 const std::string readComputerSleep = "systemsetup -getcomputersleep";
 const std::string readDisplaySleep = "systemsetup -getdisplaysleep";
+const std::string uninstaller = "sh '/Library/Application Support/HVLHostForMac/Uninstaller' ";
 const std::string neverSleep = "systemsetup -setcomputersleep Never";
 const Lines legacyRemoval{"launchctl unload /Library/LaunchAgents/com.Ostrane.ambrelHC.plist",
                           "launchctl unload /Library/LaunchAgents/com.Ostrane.ambrelH.plist",
@@ -189,7 +191,6 @@ TEST_F(CommandTest, RunExactlyTheirToolsAndLeaveTheirTraces) {
 }
 
 TEST_F(CommandTest, UninstallDeregistersUnlessToldToKeep) {
-    const std::string uninstaller = "sh '/Library/Application Support/HVLHostForMac/Uninstaller' ";
     const std::string deletion = "POST " + machine.service.host() + "/cgi-bin/hvl/v1/delete_havrel_account.cgi";
     const std::string deactivation = "GET " + machine.service.host() + "/cgi-bin/hvl/v1/deactivate_machine.cgi?id=";
     const Dictionary account{
@@ -215,13 +216,10 @@ TEST_F(CommandTest, UninstallDeregistersUnlessToldToKeep) {
     EXPECT_EQ(preferences().at("ComputerSleep"), Value(""));
     EXPECT_EQ(preferences().at("DisplaySleep"), Value(""));
 
-    // Neither a service that hangs up nor a flag that is no text stops anything.
-    machine.service.reset();
-    machine.service.receive(WebManner::closeAtOnce);
+    // A flag that is no text counts as none.
     setPreferences(account);
     client.post("UNInstallAction", {}, {{"deleteConfigFiles", 0}});
     EXPECT_EQ(callsUntilHandled(), Lines{uninstaller + "1"});
-    EXPECT_EQ(machine.service.connections(), 2U);
     EXPECT_EQ(preferences().at("ComputerSleep"), Value(""));
 
     machine.service.reset();
@@ -230,6 +228,21 @@ TEST_F(CommandTest, UninstallDeregistersUnlessToldToKeep) {
     EXPECT_EQ(callsUntilHandled(), Lines{uninstaller + "0"});
     EXPECT_EQ(machine.service.connections(), 0U);
     EXPECT_EQ(preferences(), account);
+}
+
+TEST_F(CommandTest, GoesOnWhateverTheServiceAnswers) {
+    startUp();
+    callsUntilHandled();
+    const long usual = trial::peakMemory(daemon->id());
+    for (const trial::HostileAnswer& hostile : trial::hostileAnswers()) {
+        SCOPED_TRACE(hostile.name);
+        machine.service.reset();
+        machine.service.answerWith([&](const trial::WebRequest&) { return hostile.answer; });
+        client.post("UNInstallAction");
+        EXPECT_EQ(callsUntilHandled(), Lines{uninstaller + "1"});
+        EXPECT_GE(machine.service.connections(), 2U);
+        EXPECT_LT(trial::peakMemory(daemon->id()), usual + 10'000) << "kilobytes";
+    }
 }
 
 TEST_F(CommandTest, ToldBeforeTheMachineSleeps) {
