@@ -17,6 +17,7 @@ namespace {
 
 using platform::processes::system;
 namespace text = platform::text;
+using namespace std::chrono_literals;
 
 /// White space alone counts as no ID.
 bool isMissing(const std::optional<std::string>& id) { return !id || text::trimWhiteSpace(*id).empty(); }
@@ -112,6 +113,10 @@ void Helper::observeCommands() {
 void Helper::settleUniqueId() {
     std::optional<std::string> uniqueId = platform::textOf(hostPreferences().uniqueID());
     if (isMissing(uniqueId)) {
+        if (isInterfaceExpected()) {
+            settleUniqueIdLater();
+            return;
+        }
         uniqueId = fetchUniqueId();
     }
     if (hostPreferences().eUsername()) {
@@ -119,6 +124,15 @@ void Helper::settleUniqueId() {
     }
     hostPreferences().setUniqueID(uniqueId);
     HVLUserPrefManager::sharedHVLUserPrefManager().viewerPref().setUniqueID(uniqueId);
+}
+
+void Helper::settleUniqueIdLater() {
+    uniqueIdTimer_ = std::make_unique<platform::RepeatingTimer>(platform::RunLoop::main(), 1s, [this] {
+        if (!isInterfaceExpected()) {
+            const auto ended = std::move(uniqueIdTimer_); // outlives this call, which is the timer's own
+            settleUniqueId();
+        }
+    });
 }
 
 void Helper::settleHostService() {

@@ -3,6 +3,7 @@
 
 #include "foundation/value.h"
 #include "platform/notifications.h"
+#include "platform/run_loop.h"
 #include "proxy/HVLPingManager.h"
 #include "proxy/HVLPlistManager.h"
 #include "web/HostIdentity.h"
@@ -92,6 +93,8 @@ class Helper : public HostIdentity {
     void observeCommands();
     void queryPrinter();
     void settleUniqueId();
+    /// Once there is an interface to take it from, or none is expected any more; start-up goes on meanwhile.
+    void settleUniqueIdLater();
     void settleComputerSleep();
     void settleDisplaySleep();
     void settleHostService();
@@ -115,6 +118,8 @@ class Helper : public HostIdentity {
     std::string computerSleep_;
     std::string displaySleep_;
     std::vector<platform::ObservationPtr> observations_;
+    /// Null but while the ID is to be settled later.
+    std::unique_ptr<platform::RepeatingTimer> uniqueIdTimer_;
 };
 
 } // namespace havrel

@@ -1,7 +1,9 @@
 // Facts about the system and this process. Thread-safe.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace platform::system_info {
@@ -14,6 +16,9 @@ struct Version {
 
 /// A part that can't be read is 0.
 Version systemVersion();
+
+/// How long ago the system's first process was started; in a container, that is the container's. Nullopt when unknown.
+std::optional<std::chrono::seconds> uptime();
 
 /// Empty when unknown.
 std::string hardwareModel();

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 
 namespace havrel {
 
@@ -24,6 +25,8 @@ using platform::Value;
 
 using registry::failure;
 using registry::success;
+
+constexpr std::chrono::seconds startOfSystem{60};
 
 constexpr std::size_t addressSize = 6;
 using MacAddress = std::array<std::uint8_t, addressSize>;
@@ -58,6 +61,12 @@ std::string HostIdentity::fetchUniqueId() const {
             formatAddress("This system's built-in MAC address is %02x:%02x:%02x:%02x:%02x:%02x.\n", address));
     }
     return formatAddress("%02x:%02x:%02x:%02x:%02x:%02x", address);
+}
+
+bool HostIdentity::isInterfaceExpected() const {
+    Interfaces interfaces;
+    return platform::system_info::uptime().value_or(startOfSystem) < startOfSystem &&
+           FindEthernetInterfaces(interfaces) == success && interfaces.empty();
 }
 
 HostIdentity::Status HostIdentity::FindEthernetInterfaces(Interfaces& matchingServices) const {

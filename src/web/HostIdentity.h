@@ -22,6 +22,9 @@ class HostIdentity {
 
     /// The primary Ethernet interface's address as "0a:1b:2c:3d:4e:5f"; all zeros when it can't be found.
     std::string fetchUniqueId() const;
+    /// Whether there is no primary Ethernet interface, but the system has been up for less than a minute: its driver,
+    /// or a container's default route, may just be late.
+    bool isInterfaceExpected() const;
     /// Replaces `matchingServices` by the Ethernet interfaces that the system marks as primary, in its order. 0 on
     /// success.
     Status FindEthernetInterfaces(Interfaces& matchingServices) const;

@@ -15,6 +15,8 @@ std::optional<std::string> device_registry::serialNumber() { return fakes::machi
 
 system_info::Version system_info::systemVersion() { return fakes::machine::version(); }
 
+std::optional<std::chrono::seconds> system_info::uptime() { return fakes::machine::uptime(); }
+
 std::string system_info::hardwareModel() { return "Model1,1"; }
 
 std::string system_info::bundlePath() { return fakes::machine::bundlePath(); }

@@ -10,6 +10,7 @@
 namespace fakes::machine {
 
 inline Steered<platform::system_info::Version> version;
+inline Steered<std::optional<std::chrono::seconds>> uptime;
 inline Steered<std::string> bundlePath;
 inline Steered<std::optional<std::string>> consoleUser;
 inline Steered<std::set<std::string>> users;
@@ -24,6 +25,7 @@ inline Steered<std::function<std::uint32_t(std::uint32_t)>> randomBelow;
 /// serial number.
 inline void reset() {
     version({10, 15, 7});
+    uptime({});
     bundlePath("/usr/libexec/havrel");
     consoleUser({});
     searchStatus(platform::device_registry::success);

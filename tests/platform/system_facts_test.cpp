@@ -98,6 +98,26 @@ TEST_F(SystemFacts, TheRegistryGivesThePrimaryInterfacesAddress) {
     }
 }
 
+TEST_F(SystemFacts, TheSystemIsAsOldAsItsFirstProcess) {
+    struct {
+        const char* name;
+        std::string kernel;
+        std::string startTicks; // 100 a second
+        std::optional<std::chrono::seconds> uptime;
+    } const cases[] = {
+        {"a machine", "61.20 99.00\n", "7", std::chrono::seconds(61)},
+        {"a container", "9000.20 99.00\n", "899000", std::chrono::seconds(10)},
+        {"a container with a clock of its own", "10.20 99.00\n", "899000", std::chrono::seconds(10)},
+        {"unknown", "", "7", {}},
+    };
+
+    for (const auto& row : cases) {
+        root.write("/proc/uptime", row.kernel);
+        root.write("/proc/1/stat", "1 (a) (b) S 0 1 1 0 -1 4 0 0 0 0 0 0 0 0 20 0 1 0 " + row.startTicks + " 0\n");
+        EXPECT_EQ(system_info::uptime(), row.uptime) << row.name;
+    }
+}
+
 TEST_F(SystemFacts, PlaceholdersAreNoSerialNumbers) {
     root.write("/sys/class/dmi/id/board_serial", "None");
     root.write("/sys/firmware/devicetree/base/serial-number", std::string("1000000abc\0", 11));

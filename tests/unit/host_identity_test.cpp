@@ -5,6 +5,7 @@
 #include "web/CloneRule.h"
 
 using namespace havrel;
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 using namespace platform;
 using testing::ElementsAre;
@@ -74,6 +75,32 @@ TEST_F(Identity, IsSettledAtStartUp) {
         EXPECT_EQ(hostPreferences().isUniqueIdChanged(), row.isReplaced);
         const auto told = testing::FieldsAre("uniqueIdChanged", "", std::nullopt, 3U);
         EXPECT_THAT(fakes::notifications::posts(), testing::Contains(told).Times(row.isReplaced ? 1 : 0));
+    }
+}
+
+TEST_F(Identity, WaitsForAnInterfaceWhileTheSystemStarts) {
+    struct {
+        const char* name;
+        HostIdentity::Interfaces interfaces;
+        std::chrono::seconds uptime;
+        Stored settled;
+    } const cases[] = {
+        {"none yet", {}, 59s, {}},
+        {"one appears", {{0, addressA}}, 3s, "0a:1b:2c:3d:4e:5f"},
+        {"none appears", {}, 60s, "00:00:00:00:00:00"},
+    };
+
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        fakes::machine::interfaces({});
+        fakes::machine::uptime(2s);
+        hostPreferences().setUniqueID(std::nullopt);
+        const Helper started;
+        EXPECT_EQ(hostPreferences().uniqueID(), std::nullopt);
+        fakes::machine::interfaces(row.interfaces);
+        fakes::machine::uptime(row.uptime);
+        fakes::clock::advance();
+        EXPECT_EQ(hostPreferences().uniqueID(), row.settled);
     }
 }
 

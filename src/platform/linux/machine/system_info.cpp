@@ -1,5 +1,8 @@
 #include "platform/system_info.h"
 
+#include "foundation/numbers.h"
+#include "foundation/text.h"
+#include "platform/linux/files/system_files.h"
 #include "platform/linux/machine/system_fact.h"
 
 #include <array>
@@ -26,6 +29,22 @@ Version systemVersion() {
         release.remove_prefix(1);
     }
     return version;
+}
+
+std::optional<std::chrono::seconds> uptime() {
+    const std::string kernel = readSystemFile("/proc/uptime").value_or("");
+    const std::string process = readSystemFile("/proc/1/stat").value_or("");
+    // The second field, the process's name, may hold anything; the first after it has index 1.
+    const auto fields = text::split(process.substr(process.rfind(')') + 1), " ");
+    constexpr std::size_t startTime = 20;
+    const auto now = text::wholeNumber<std::int64_t>(text::split(kernel, ".").front());
+    const auto ticks = text::wholeNumber<std::int64_t>(fields.size() > startTime ? fields[startTime] : "");
+    if (!now || !ticks) {
+        return std::nullopt;
+    }
+    const std::int64_t startedAt = *ticks / ::sysconf(_SC_CLK_TCK);
+    // What a container sees as the kernel's time may count from the container's own start.
+    return std::chrono::seconds(*now < startedAt ? *now : *now - startedAt);
 }
 
 std::string hardwareModel() {
