@@ -31,10 +31,10 @@ constexpr auto patience = 2s;
 constexpr auto closingTime = 1s;
 
 void close(const std::function<void()>& lastWords) {
-    platform::service_manager::tellStopping();
     lastWords();
     HVLLogger::drainAll();
     platform::files::endWrites();
+    platform::service_manager::tellStopping();
     platform::distributed_center::flush();
 }
 

@@ -99,7 +99,6 @@ class Teller {
 
     void tell() {
         const auto deadline = steady_clock::now() + readyAtTheLatest;
-        tellChange();
         if (startUp_.get_future().wait_until(deadline) == std::future_status::ready) {
             platform::distributed_center::flush(
                 std::chrono::duration_cast<std::chrono::milliseconds>(deadline - steady_clock::now()));

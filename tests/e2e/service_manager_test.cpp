@@ -1,65 +1,39 @@
 // What the service manager hears from the daemon.
 #include "e2e/daemon_test.h"
+#include "trial/support/service_manager.h"
 
 #include <csignal>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace e2e {
 
 namespace {
 
 using namespace std::chrono_literals;
-using testing::AllOf;
-using testing::Contains;
 using testing::HasSubstr;
-using testing::Not;
 
 class ServiceManagerTest : public DaemonTest {
   protected:
-    ServiceManagerTest() {
-        const std::string path = machine.root.folder() / "notify";
-        settings["NOTIFY_SOCKET"] = path;
-        sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-        path.copy(static_cast<char*>(address.sun_path), sizeof(address.sun_path) - 1);
-        if (::bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-            throw std::system_error(errno, std::generic_category(), "bind");
-        }
-    }
-
-    ~ServiceManagerTest() override { ::close(socket_); }
+    ServiceManagerTest() { settings["NOTIFY_SOCKET"] = manager.address(); }
 
     void TearDown() override {
         DaemonTest::TearDown();
-        EXPECT_EQ(told().back(), "STOPPING=1");
-    }
-
-    /// All that the daemon has told so far.
-    const Lines& told() {
-        std::array<char, 4096> buffer{};
-        for (ssize_t size = 0; (size = ::recv(socket_, buffer.data(), buffer.size(), MSG_DONTWAIT)) >= 0;) {
-            told_.emplace_back(buffer.data(), static_cast<std::size_t>(size));
-        }
-        return told_;
+        EXPECT_EQ(manager.told().back(), "STOPPING=1");
     }
 
     template <typename Matcher>
-    bool tells(const Matcher& matcher, std::chrono::milliseconds within = 10s) {
-        return trial::eventually([&] { return testing::Matches(Contains(matcher))(told()); }, within);
+    bool hears(const Matcher& matcher, std::chrono::milliseconds within = 10s) {
+        return trial::eventually([&] { return testing::Matches(testing::Contains(matcher))(manager.told()); }, within);
     }
 
-  private:
-    int socket_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    Lines told_;
+    trial::ServiceManager manager{machine.root.folder()};
 };
 
 TEST_F(ServiceManagerTest, WhatIsPostedOnceTheDaemonIsReadyIsHeard) {
     ::kill(machine.bus.pid(), SIGSTOP);
     startUp();
-    EXPECT_FALSE(tells("READY=1", 500ms)) << "the bus knows no observer yet";
+    EXPECT_FALSE(hears("READY=1", 500ms)) << "the bus knows no observer yet";
     ::kill(machine.bus.pid(), SIGCONT);
-    ASSERT_TRUE(tells("READY=1"));
+    ASSERT_TRUE(hears("READY=1"));
     expectAnswer();
 }
 
@@ -67,7 +41,7 @@ TEST_F(ServiceManagerTest, IsNotKeptWaitingByASlowTool) {
     const std::string goOn = machine.root.folder() / "go on";
     machine.tools.script("lpstat", "until [ -e " + trial::shellQuoted(goOn) + " ]; do sleep 0.05; done");
     start();
-    ASSERT_TRUE(tells("READY=1"));
+    ASSERT_TRUE(hears("READY=1"));
     client.post("killAction");
     client.sync();
     trial::writeFile(goOn, "");
@@ -79,12 +53,12 @@ TEST_F(ServiceManagerTest, ShowsHowTheDaemonFares) {
     machine.tools.script("killall", R"([ -z "$NOTIFY_SOCKET" ] || exit; sleep 1.5)");
     setPreferences({{"isServiceEnabled", true}});
     start();
-    EXPECT_TRUE(tells(testing::MatchesRegex("STATUS=Idle; bus reachable; web service reachable; "
+    EXPECT_TRUE(hears(testing::MatchesRegex("STATUS=Idle; bus reachable; web service reachable; "
                                             "3 of 3 proxies answered at ....-..-.. ..:..:..; host service on")));
     client.post("killAction");
-    EXPECT_TRUE(tells(HasSubstr("Busy: killAction; "))) << "or the tool was given the manager's address";
+    EXPECT_TRUE(hears(HasSubstr("Busy: killAction; "))) << "or the tool was given the manager's address";
     machine.bus.stop();
-    EXPECT_TRUE(tells(HasSubstr("Idle; bus unreachable since ")));
+    EXPECT_TRUE(hears(HasSubstr("Idle; bus unreachable since ")));
 }
 
 } // namespace

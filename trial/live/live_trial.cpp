@@ -56,6 +56,7 @@ std::string rankingCell(std::size_t rank, const ProxyEntry& proxy) {
 LiveTrial::LiveTrial(const std::atomic<bool>& interrupted)
     : interrupted_(interrupted)
     , loginManager_(machine_.bus.address())
+    , serviceManager_(machine_.root.folder())
     , proxies_(numberedProxies(listedProxies, "127.0.1"))
     , road_(machine_.root, listedProxies)
     , bus_(machine_.bus.address())
@@ -142,7 +143,9 @@ void LiveTrial::introduce() {
 }
 
 void LiveTrial::startDaemon() {
-    daemon_ = std::make_unique<DaemonProcess>(HAVREL_DAEMON, machine_.environment(), machine_.root.folder());
+    Environment environment = machine_.environment();
+    environment["NOTIFY_SOCKET"] = serviceManager_.address();
+    daemon_ = std::make_unique<DaemonProcess>(HAVREL_DAEMON, environment, machine_.root.folder());
     pings_ = std::make_unique<PingWatch>(daemon_->id());
     shownMeasured_.reset();
     screen_.endProgress();
@@ -154,6 +157,7 @@ void LiveTrial::look() {
     lookAtRequests();
     lookAtTools();
     lookAtFiles();
+    lookAtState();
     lookAtPings();
 }
 
@@ -191,6 +195,13 @@ void LiveTrial::lookAtFiles() {
         for (const std::string& line : tail.newLines()) {
             screen_.event(source, message(line));
         }
+    }
+}
+
+void LiveTrial::lookAtState() {
+    const auto& told = serviceManager_.told();
+    for (; shownStates_ < told.size(); ++shownStates_) {
+        screen_.event("state", told[shownStates_]);
     }
 }
 

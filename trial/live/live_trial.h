@@ -6,6 +6,7 @@
 #include "trial/live/screen.h"
 #include "trial/support/bus_client.h"
 #include "trial/support/machine.h"
+#include "trial/support/service_manager.h"
 #include "trial/support/sleep_service.h"
 
 #include <atomic>
@@ -42,6 +43,7 @@ class LiveTrial {
     void lookAtTools();
     void lookAtBus();
     void lookAtFiles();
+    void lookAtState();
     void lookAtPings();
     bool fail(const std::string& why);
     void printSteps();
@@ -51,6 +53,7 @@ class LiveTrial {
     Screen screen_;
     Machine machine_;
     SleepService loginManager_;
+    ServiceManager serviceManager_;
     Proxies proxies_;
     Road road_;
     BusClient bus_;
@@ -60,6 +63,7 @@ class LiveTrial {
     std::size_t shownRequests_ = 0;
     std::size_t shownCalls_ = 0;
     std::size_t shownPosts_ = 0;
+    std::size_t shownStates_ = 0;
     /// The progress last shown of the all-proxies pass; nullopt while there is none.
     std::optional<std::size_t> shownMeasured_;
 };
