@@ -1,0 +1,269 @@
+#!/usr/bin/python3
+"""The package on a booted Debian: booted_system_test.py PACKAGE.deb
+
+Boots a copy of this machine as a container, installs the package there, and uses it as users and administrators do.
+Ends with status 77 where that can't be done.
+"""
+
+import os
+import pathlib
+import signal
+import sys
+import time
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "trial"))
+
+from booted.helper_machine import *  # noqa: E402
+from booted.machine import NAMESPACES, Failure, eventually, run, what_is_missing  # noqa: E402
+
+HANDLED = "HVLHelper :  close update"  # StopDownload was; a command that does no harm
+checks = []
+
+
+def check(name, within):
+    """Adds a check, which fails when it takes longer than that many seconds. They run in the order of the file."""
+
+    def add(function):
+        checks.append((name, within, function))
+
+    return add
+
+
+def expect(seen, wanted, what):
+    if seen != wanted:
+        raise Failure(f"{what}: {seen!r} instead of {wanted!r}")
+
+
+@check("a Debian boots", 60)
+def _(machine):
+    machine.boot()
+    machine.remove_product()
+    for user in (MEMBER, OTHER):
+        machine.run("useradd", "--create-home", "--shell", "/bin/sh", user)
+    machine.write("/etc/systemd/logind.conf.d/10-site.conf", "[Login]\nIdleAction=suspend\nIdleActionSec=30min\n")
+    machine.run("systemctl", "kill", "--signal=HUP", "systemd-logind.service")
+    machine.put_product()
+    machine.before = machine.files()
+
+
+@check("the package installs and is active", 30)
+def _(machine):
+    machine.install()
+    expect(machine.is_active(UNIT), True, "active")
+    expect(machine.failed_units(), [], "failed units")
+
+
+@check("a unit that posts right after the start is heard, 5 of 5", 30)
+def _(machine):
+    for start in range(1, 6):
+        machine.run("systemctl", "restart", UNIT, "poster.service")
+        machine.await_logged(HOST_LOG, HANDLED, start)
+
+
+@check("a member of the group posts, another user can't, everybody hears", 30)
+def _(machine):
+    machine.run("usermod", "--append", "--groups", "havrel", MEMBER)
+    machine.run("systemd-run", "--unit=listener", f"--property=User={OTHER}",
+                "--property=StandardOutput=file:/run/heard", "dbus-monitor", "--system", f"type='signal',interface='{INTERFACE}'")
+    eventually(lambda: "NameAcquired" in machine.read("/run/heard"), "the other user listens")
+    handled = machine.read(HOST_LOG).count(HANDLED)
+    machine.post("StartDownlad", user=OTHER)
+    machine.post("StopDownload", user=MEMBER)
+    eventually(lambda: '"StopDownload"' in machine.read("/run/heard"), "the other user hears the member")
+    machine.await_logged(HOST_LOG, HANDLED, handled + 1)
+    expect('"StartDownlad"' in machine.read("/run/heard"), False, "the other user is heard")
+    expect("Launching version update" in machine.read(LOG), False, "the other user starts the updater")
+
+
+@check("another user can't enter the support folder", 10)
+def _(machine):
+    try:
+        machine.run("ls", SUPPORT, user=OTHER)
+    except Failure as refused:
+        expect("Permission denied" in str(refused), True, f"it is refused by its mode ({refused})")
+    else:
+        raise Failure("it lists the folder")
+
+
+@check("an agent is loaded into a user's own manager, ended, and loaded again", 30)
+def _(machine):
+    machine.log_in(MEMBER)
+    machine.post("EnableActionHost", user=MEMBER)
+    first = eventually(lambda: machine.processes("HavrelAgent"), "the agent runs")
+    expect(list(first.values()), [MEMBER], "users of the agent")
+    group = machine.read(f"/proc/{min(first)}/cgroup")
+    expect("/user@" in group, True, f"it belongs to the user's manager ({group.strip()})")
+    machine.post("EnableActionHost", user=MEMBER)
+    eventually(lambda: machine.processes("HavrelAgent").keys() - first.keys(), "another agent runs")
+    expect(len(machine.processes("HavrelAgent")), 1, "agents")
+
+
+@check("the host daemon's job is loaded and unloaded", 30)
+def _(machine):
+    eventually(lambda: machine.is_active("com.Dravex.HVLDaemonHost.service"), "it is loaded")
+    machine.post("DisableAction", user=MEMBER)
+    eventually(lambda: not machine.is_active("com.Dravex.HVLDaemonHost.service"), "it is unloaded")
+
+
+@check("the sleep timers are the login manager's", 30)
+def _(machine):
+    machine.post("Sleep_Settings_HOST", user=MEMBER)
+    eventually(lambda: machine.property_list(PREFERENCES).get("ComputerSleep") == "30", "30 minutes are stored")
+    machine.post("sleepState", {"sleep": "1"}, user=MEMBER)
+    eventually(lambda: machine.idle_action()[0] == "ignore", "the machine stays awake")
+    machine.run("/usr/libexec/havrel/tools/systemsetup", "-setcomputersleep", "20")
+    eventually(lambda: machine.idle_action() == ("suspend", 20), "it sleeps after 20 minutes")
+
+
+@check("proxies are fetched over TLS, measured by the real ping, and written", 90)
+def _(machine):
+    answering = {f"P{number}": f"127.1.0.{number}" for number in range(1, 51)}
+    machine.list_proxies(answering | {"Unreachable": "192.0.2.1"})
+    machine.configure("127.0.0.1")
+    machine.start_pass()
+    machine.await_end_of_pass()
+    expect({proxy["hostName"] for proxy in machine.property_list(BEST_PROXIES)}, set(answering), "best proxies")
+    expect(len(machine.property_list(ALL_PROXIES)), 51, "number of all proxies")
+
+
+@check("another host in the configuration is asked after a restart", 30)
+def _(machine):
+    machine.service.requests.clear()
+    machine.configure("localhost")
+    machine.start_pass()
+    eventually(lambda: machine.service.asked(f"localhost:{machine.service.port}{PROXY_LIST}"), "a request")
+
+
+@check("a fetch runs as a user of its own", 30)
+def _(machine):
+    machine.service.stall()
+    machine.start_pass()
+    eventually(lambda: machine.service.asked(PROXY_LIST), "a request")
+    expect(list(machine.processes("HavrelFetch").values()), ["havrel-fetch"], "users of the fetches")
+
+
+@check("a stop during a stalled request takes less than 3 s", 30)
+def _(machine):
+    machine.service.stall()
+    machine.start_pass()
+    eventually(lambda: machine.service.asked(PROXY_LIST), "a request")
+    start = time.monotonic()
+    machine.run("systemctl", "stop", UNIT)
+    took = time.monotonic() - start
+    expect(took < 3, True, f"it took {took:.1f} s, which is in time")
+    expect(machine.property(UNIT, "Result"), "success", "result")
+    expect(machine.processes("HavrelFetch"), {}, "fetches that outlive it")
+    expect(machine.read(LOG).rstrip().endswith("HavrelHelper : Called : Down"), True, "its last line is written")
+
+
+@check("an upgrade during a pass leaves no ping and no warning, and a helper that measures", 90)
+def _(machine):
+    newer = machine.newer_package()
+    machine.service.go_on()
+    machine.start_pass()
+    pings = eventually(lambda: machine.processes("ping"), "a pass")
+    helper = machine.property(UNIT, "MainPID")
+    cursor = machine.run("journalctl", "--show-cursor", "--lines=0").split("cursor: ")[1].strip()
+    machine.install(newer)
+    eventually(lambda: not machine.processes("ping").keys() & pings.keys(), "the pings have ended", 5)
+    expect(machine.is_active(UNIT), True, "active")
+    expect(machine.property(UNIT, "MainPID") == helper, False, "the same process")
+    machine.await_end_of_pass()
+    warnings = machine.run("journalctl", f"--unit={UNIT}", "--priority=warning", "--output=cat",
+                           f"--after-cursor={cursor}")
+    expect(warnings, "", "warnings")
+
+
+@check("an application in the Trash is uninstalled by a script that purges the package", 60)
+def _(machine):
+    known = {"sessionId": "7", "hostID": "token"}
+    machine.write(PREFERENCES, machine.property_list(PREFERENCES) | known)
+    machine.write(f"{HOST}/Uninstaller", "echo $1 >/root/uninstalled; exec dpkg --purge havrel-helper\n", 0o755)
+    machine.write("/Applications/HavrelHost.app/Contents/Info.plist", {})
+    machine.run("chown", "--recursive", MEMBER, "/Applications")
+    machine.run("gio", "trash", "/Applications/HavrelHost.app", user=MEMBER)
+    eventually(lambda: machine.read("/root/uninstalled") == "1\n", "the uninstaller deletes the configuration")
+    eventually(lambda: not machine.exists("/var/lib/dpkg/info/havrel-helper.list"), "the package is gone")
+    expect(machine.service.asked("delete_havrel_account.cgi?client_id=7"), True, "the account is deleted")
+    expect(machine.service.asked("deactivate_machine.cgi"), True, "the machine is deactivated")
+    expect(machine.failed_units(), [], "failed units")
+
+
+@check("a purged package leaves nothing", 20)
+def _(machine):
+    expect(sorted(machine.files() - machine.before), [], "files")
+
+
+@check("a removed package leaves conffiles, and a machine that can sleep", 30)
+def _(machine):
+    machine.install()
+    machine.post("sleepState", {"sleep": "1"})
+    eventually(lambda: machine.idle_action()[0] == "ignore", "the machine stays awake")
+    conffiles = set(machine.read("/var/lib/dpkg/info/havrel-helper.conffiles").split())
+    machine.run("dpkg", "--remove", "havrel-helper")
+    left = {file for file in machine.files() - machine.before if machine.path(file).is_file()}
+    left = {file for file in left if not file.startswith("/var/lib/systemd/deb-systemd-helper-")}
+    expect(left, conffiles, "files")
+    expect(machine.idle_action(), ("suspend", 30), "idle action")
+    machine.run("dpkg", "--purge", "havrel-helper")
+    expect(sorted(machine.files() - machine.before), [], "files after a purge")
+
+
+@check("the machine shuts down with the helper", 40)
+def _(machine):
+    machine.install()
+    machine.shut_down()
+
+
+@check("after a boot without a network the helper is active", 30)
+def _(machine):
+    machine.boot()
+    expect(machine.is_active(UNIT), True, "active")
+
+
+def journal(machine):
+    try:
+        return machine.run("journalctl", "-t", "systemd", "-t", "HavrelHelper", "-n", "12", "-o", "short-precise")
+    except Failure as failure:
+        return str(failure)
+
+
+def passes(machine, number, name, within, function):
+    start = time.monotonic()
+    failure = None
+    signal.alarm(within)
+    try:
+        function(machine)
+    except (Failure, OSError, LookupError, ValueError) as seen:
+        failure = f"{seen}\n{journal(machine)}"
+    signal.alarm(0)
+    print(f"{'FAILED' if failure else 'ok'} {number} {time.monotonic() - start:.1f} s  {name}", flush=True)
+    if failure:
+        print("    " + failure.replace("\n", "\n    "), flush=True)
+    return failure is None
+
+
+def stop(number, _):
+    raise Failure("it takes too long") if number == signal.SIGALRM else SystemExit(1)
+
+
+def main(arguments):
+    if arguments[:1] != ["--inside"]:
+        if missing := what_is_missing():
+            print(f"The system test can't run here. It needs {missing}")
+            return 77
+        os.execvp(NAMESPACES[0], [*NAMESPACES, sys.executable, __file__, "--inside", *arguments])
+    signal.signal(signal.SIGALRM, stop)
+    signal.signal(signal.SIGTERM, stop)
+    machine = HelperMachine(arguments[1])
+    try:
+        results = [passes(machine, number, *one) for number, one in enumerate(checks, 1)]
+    finally:
+        machine.close()
+    print(f"{results.count(True)} checks passed, {results.count(False)} checks failed out of {len(results)}")
+    return 0 if all(results) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

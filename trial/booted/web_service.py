@@ -1,0 +1,57 @@
+"""The product's web service on this loopback: HTTPS that keeps every request and answers as scripted."""
+
+import http.server
+import ssl
+import threading
+
+from booted.machine import run
+
+
+class WebService:
+    def __init__(self, folder):
+        """Makes its certificate, its own trust anchor, in the folder."""
+        self.anchor = folder / "anchor.pem"
+        run("openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2",
+            "-subj", "/CN=Web service", "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1",
+            "-keyout", folder / "key.pem", "-out", self.anchor)
+        self.requests = []  # Host and target of each
+        self.answers = {}  # by path, without the query
+        self.answering = threading.Event()
+        self.answering.set()
+        service = self
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                service.requests.append(self.headers["Host"] + self.path)
+                service.answering.wait()
+                body = service.answers.get(self.path.split("?")[0], "{}").encode()
+                self.send_response(200)
+                self.send_header("Content-Length", str(len(body)))
+                self.end_headers()
+                self.wfile.write(body)
+
+            do_POST = do_GET
+
+            def log_message(self, *_):
+                pass
+
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        server.daemon_threads = True
+        server.handle_error = lambda *_: None  # a client that went away
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(self.anchor, folder / "key.pem")
+        server.socket = context.wrap_socket(server.socket, server_side=True)
+        self.port = server.server_port
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+
+    def asked(self, target):
+        """Whether a request has come whose host and target hold this text."""
+        return any(target in request for request in self.requests)
+
+    def stall(self):
+        """Forgets the requests, and answers none before `go_on`."""
+        self.answering.clear()
+        self.requests.clear()
+
+    def go_on(self):
+        self.answering.set()
