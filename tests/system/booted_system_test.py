@@ -185,7 +185,7 @@ def _(machine):
     machine.run("gio", "trash", "/Applications/HavrelHost.app", user=MEMBER)
     eventually(lambda: machine.read("/root/uninstalled") == "1\n", "the uninstaller deletes the configuration")
     eventually(lambda: not machine.exists("/var/lib/dpkg/info/havrel-helper.list"), "the package is gone")
-    expect(machine.service.asked("delete_havrel_account.cgi?client_id=7"), True, "the account is deleted")
+    expect(machine.service.asked("delete_havrel_account.cgi client_id=7"), True, "the account is deleted")
     expect(machine.service.asked("deactivate_machine.cgi"), True, "the machine is deactivated")
     expect(machine.failed_units(), [], "failed units")
 

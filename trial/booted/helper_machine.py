@@ -51,7 +51,8 @@ class HelperMachine(Machine):
         self.run("systemd-run", "--unit=desktop", f"--property=User={user}", "--property=PAMName=login",
                  "--property=Environment=XDG_SESSION_TYPE=wayland XDG_SESSION_CLASS=user XDG_SEAT=seat0",
                  "sleep", "infinity")
-        eventually(lambda: user in self.run("loginctl", "list-sessions"), f"{user} is logged in")
+        # It starts when the session is complete, the user's own manager included.
+        eventually(lambda: user in self.processes("sleep").values(), f"{user} is logged in")
 
     def install(self, package=None):
         self.run("dpkg", "--install", package or self.package)

@@ -14,7 +14,7 @@ class WebService:
         run("openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2",
             "-subj", "/CN=Web service", "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1",
             "-keyout", folder / "key.pem", "-out", self.anchor)
-        self.requests = []  # Host and target of each
+        self.requests = []  # host, target and content of each
         self.answers = {}  # by path, without the query
         self.answering = threading.Event()
         self.answering.set()
@@ -22,7 +22,8 @@ class WebService:
 
         class Handler(http.server.BaseHTTPRequestHandler):
             def do_GET(self):
-                service.requests.append(self.headers["Host"] + self.path)
+                content = self.rfile.read(int(self.headers.get("Content-Length", 0))).decode()
+                service.requests.append(f"{self.headers['Host']}{self.path} {content}")
                 service.answering.wait()
                 body = service.answers.get(self.path.split("?")[0], "{}").encode()
                 self.send_response(200)
@@ -44,9 +45,9 @@ class WebService:
         self.port = server.server_port
         threading.Thread(target=server.serve_forever, daemon=True).start()
 
-    def asked(self, target):
-        """Whether a request has come whose host and target hold this text."""
-        return any(target in request for request in self.requests)
+    def asked(self, text):
+        """Whether a request has come whose host, target and content hold this text."""
+        return any(text in request for request in self.requests)
 
     def stall(self):
         """Forgets the requests, and answers none before `go_on`."""
