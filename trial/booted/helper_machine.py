@@ -98,9 +98,9 @@ class HelperMachine(Machine):
         return answer[1].strip('"'), int(answer[3]) // 60_000_000
 
     def files(self):
-        """All that a package or the helper could leave behind, but for the packager's own records."""
+        """All that a package or the helper could leave behind, but for the package managers' own records."""
         return set(self.run("find", "/etc", "/opt", "/usr", "/var/lib", "-path", "/var/lib/dpkg", "-prune", "-o",
-                            "-print").splitlines())
+                            "-path", "/var/lib/PackageKit", "-prune", "-o", "-print").splitlines())
 
 
 def post_words(name, information={}):

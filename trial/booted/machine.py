@@ -152,9 +152,9 @@ class Machine:
         return self.path(absolute).exists()
 
     def processes(self, program):
-        """The users of the processes that run a program of this name, by process id."""
+        """The users of the processes of this name, of which the kernel keeps 15 characters, by process id."""
         lines = [line.split(maxsplit=2) for line in self.run("ps", "-A", "-o", "pid=,user:32=,comm=").splitlines()]
-        return {process: user for process, user, name in lines if name == program}
+        return {process: user for process, user, name in lines if name == program[:15]}
 
     def property(self, unit, name):
         return self.run("systemctl", "show", "--value", f"--property={name}", unit).strip()
