@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""The package on a booted Debian: booted_system_test.py PACKAGE.deb
+"""The package on a booted Debian: booted_system_test.py PACKAGE.deb | --probe
 
 Boots a copy of this machine as a container, installs the package there, and uses it as users and administrators do.
-Ends with status 77 where that can't be done.
+Ends with status 77 where that can't be done, which --probe only finds out.
 """
 
 import os
@@ -237,12 +237,18 @@ def _(machine):
 
 
 def main(arguments):
-    if arguments[:1] != ["--inside"]:
-        if missing := what_is_missing():
-            print(f"The system test can't run here. It needs {missing}")
-            return 77
-        os.execvp(NAMESPACES[0], [*NAMESPACES, sys.executable, __file__, "--inside", *arguments])
-    return 0 if run_checks(HelperMachine(arguments[1])) else 1
+    match arguments:
+        case ["--inside", package]:
+            return 0 if run_checks(HelperMachine(package)) else 1
+        case [argument]:
+            if missing := what_is_missing():
+                print(f"The system test can't run here. It needs {missing}")
+                return 77
+            if argument == "--probe":
+                return 0
+            os.execvp(NAMESPACES[0], [*NAMESPACES, sys.executable, __file__, "--inside", argument])
+    print(__doc__)
+    return 2
 
 
 if __name__ == "__main__":

@@ -73,7 +73,6 @@ class Machine:
         run("sh", "-ec", MOUNTS)
         self.nspawn = None
         self.group = pathlib.Path("/sys/fs/cgroup", f"havrel-booted-{uuid.uuid4()}")
-        self.group.mkdir()
         etc = SCRATCH / "root/etc"
         # This machine's own services, disks, and refusal to start the services of packages.
         unwanted = [*etc.glob("systemd/system/*.wants/*"), etc / "fstab", SCRATCH / "root/usr/sbin/policy-rc.d"]
@@ -84,6 +83,7 @@ class Machine:
         (etc / "machine-id").write_text(uuid.uuid4().hex + "\n")
 
     def boot(self):
+        self.group.mkdir(exist_ok=True)
         with open(SCRATCH / "console", "wb") as console:
             self.nspawn = subprocess.Popen(
                 ["sh", "-c", 'echo $$ >"$0/cgroup.procs" && exec "$@"', self.group, "systemd-nspawn", "--quiet",
@@ -111,7 +111,8 @@ class Machine:
         return os.waitpid(-1, os.WNOHANG)[0] == self.nspawn.pid
 
     def close(self):
-        (self.group / "cgroup.kill").write_text("1")
+        if self.group.exists():
+            (self.group / "cgroup.kill").write_text("1")
         if self.nspawn is not None and self.nspawn.poll() is None:
             eventually(self.is_down, "the container is gone")
         eventually(self.is_group_gone, "the control group is empty")
