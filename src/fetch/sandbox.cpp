@@ -109,21 +109,26 @@ class Filter {
     std::unique_ptr<void, decltype(&seccomp_release)> rules_{seccomp_init(SCMP_ACT_ALLOW), &seccomp_release};
 };
 
+/// The bits of an argument have this value.
+scmp_arg_cmp has(unsigned argument, scmp_datum_t bits, scmp_datum_t value) {
+    return {argument, SCMP_CMP_MASKED_EQ, bits, value};
+}
+
 void filterSystemCalls() {
     Filter filter;
     for (const int call : forbiddenCalls) {
         filter.forbid(call);
     }
     for (const int flag : {O_WRONLY, O_RDWR, O_CREAT, O_TRUNC}) {
-        const auto value = static_cast<scmp_datum_t>(flag);
-        filter.forbid(SCMP_SYS(open), SCMP_A1(SCMP_CMP_MASKED_EQ, value, value));
-        filter.forbid(SCMP_SYS(openat), SCMP_A2(SCMP_CMP_MASKED_EQ, value, value));
+        const auto bit = static_cast<scmp_datum_t>(flag);
+        filter.forbid(SCMP_SYS(open), has(1, bit, bit));
+        filter.forbid(SCMP_SYS(openat), has(2, bit, bit));
     }
     // Threads are fine: names are looked up on one. clone3 keeps its flags where no filter can read them; without it
     // the C library calls clone.
-    filter.forbid(SCMP_SYS(clone), SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_THREAD, 0));
+    filter.forbid(SCMP_SYS(clone), has(0, CLONE_THREAD, 0));
     filter.hide(SCMP_SYS(clone3));
-    filter.forbid(SCMP_SYS(tgkill), SCMP_A0(SCMP_CMP_NE, static_cast<scmp_datum_t>(::getpid())));
+    filter.forbid(SCMP_SYS(tgkill), scmp_arg_cmp{0, SCMP_CMP_NE, static_cast<scmp_datum_t>(::getpid()), 0});
     filter.load();
 }
 
