@@ -31,14 +31,13 @@ class MachineTest : public DaemonTest {
 
     /// Moves a folder that belongs to no product to and fro until the watcher has noticed. By then it has handled what
     /// was moved before.
-    void expectWatched() const {
-        const std::string trashed = "/Users/ann/.Trash/Other.app";
+    void expectWatched(const std::string& trash = "/Users/ann/.Trash") const {
         const std::string line = "objc - Auto uninstaller ";
         const auto before = countInGeneralLog(line);
         machine.root.installApplication("Other");
         EXPECT_TRUE(trial::eventually([&] {
-            move("/Applications/Other.app", trashed);
-            move(trashed, "/Applications/Other.app");
+            move("/Applications/Other.app", trash + "/Other.app");
+            move(trash + "/Other.app", "/Applications/Other.app");
             return countInGeneralLog(line) > before;
         }));
     }
@@ -110,6 +109,20 @@ TEST_F(MachineTest, TrashedProductIsUninstalledOncePerMove) {
     EXPECT_THAT(machine.root.read("/Library/Application Support/HVLForMac/HavrelView7.log"),
                 testing::HasSubstr("Viewer unintall called from helper on move to trash command"));
     EXPECT_EQ(client.countOf("UNInstallAction"), 2U);
+}
+
+TEST_F(MachineTest, ProductInADesktopsTrashIsUninstalled) {
+    const std::string trash = "/home/ann/.local/share/Trash/files";
+    machine.root.logIn("ann");
+    std::filesystem::remove_all(machine.root.at("/Users"));
+    machine.root.write("/etc/passwd", "ann:x:1000:1000::/home/ann:/bin/bash\n");
+    machine.root.write("/run/systemd/sessions/c1", "UID=1000\nCLASS=user\nTYPE=wayland\n");
+    std::filesystem::create_directories(machine.root.at(trash));
+    machine.root.installApplication("HavrelHost");
+    startUp();
+    expectWatched(trash);
+    move("/Applications/HavrelHost.app", trash + "/HavrelHost.app");
+    EXPECT_TRUE(client.waitForCount("UNInstallAction", 1));
 }
 
 } // namespace e2e

@@ -105,6 +105,7 @@ TEST_F(SystemFacts, TheSystemIsAsOldAsItsFirstProcess) {
         std::string startTicks; // 100 a second
         std::optional<std::chrono::seconds> uptime;
     } const cases[] = {
+        {"a machine", "61.20 99.00\n", "7", std::chrono::seconds(61)},
         {"a container", "9000.20 99.00\n", "899000", std::chrono::seconds(10)},
         {"a container with a clock of its own", "10.20 99.00\n", "899000", std::chrono::seconds(10)},
         {"unknown", "", "7", {}},

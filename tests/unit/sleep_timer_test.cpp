@@ -3,6 +3,7 @@
 #include "unit/helper_test.h"
 
 using namespace havrel;
+using platform::Value;
 using platform::processes::TaskOutput;
 using SleepTimer = HelperTest;
 
@@ -44,4 +45,13 @@ TEST_F(SleepTimer, IsNotReadAgainWhileAnEmptyOneIsStored) {
     EXPECT_THAT(fakes::processes::calls(), testing::Contains("/bin/bash -c systemsetup -getdisplaysleep"));
     EXPECT_THAT(fakes::processes::calls(),
                 testing::Not(testing::Contains("/bin/bash -c systemsetup -getcomputersleep")));
+}
+
+TEST_F(SleepTimer, IsForgottenByAnUninstall) {
+    helper->uninstallHavrelAction({});
+    hostPreferences().setComputerSleep("45");
+    hostPreferences().setDisplaySleep("15");
+    helper->recevedSleepState({"sleepState", "", platform::Dictionary{{"sleep", "0"}}});
+    EXPECT_EQ(hostPreferences().computerSleep(), Value(""));
+    EXPECT_EQ(hostPreferences().displaySleep(), Value(""));
 }
