@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <curl/curl.h>
 #include <memory>
 #include <new>
@@ -16,6 +17,7 @@ namespace platform::web_transfer {
 namespace {
 
 using fetch::transportError;
+using namespace std::literals;
 
 using Headers = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
 using Handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
@@ -184,20 +186,26 @@ std::vector<std::string_view> fieldsOf(CURL* handle, const char* name) {
     return values;
 }
 
-/// Whether the lengths differ or are no numbers: different readers would end the answer in different places.
+bool isLength(std::string_view text) {
+    curl_off_t length = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+/// Whether the lengths differ or are no lengths: different readers would end the answer in different places.
 bool hasDoubtfulLength(CURL* handle) {
     const auto lengths = fieldsOf(handle, "Content-Length");
-    return std::ranges::any_of(lengths, [&](std::string_view length) {
-        return length != lengths.front() || length.find_first_not_of("0123456789") != std::string_view::npos;
-    });
+    return std::ranges::any_of(lengths, [&](auto length) { return length != lengths.front() || !isLength(length); });
 }
 
 /// Whether only the end of the connection tells where the answer ends.
 bool hasNoLength(CURL* handle) {
     long status = 0;
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
-    return status != 204 && status != 304 && fieldsOf(handle, "Content-Length").empty() &&
-           fieldsOf(handle, "Transfer-Encoding").empty();
+    const bool isChunked = std::ranges::any_of(fieldsOf(handle, "Transfer-Encoding"), [](std::string_view encoding) {
+        return std::ranges::equal(encoding, "chunked"sv, {}, text::lower);
+    });
+    return status != 204 && status != 304 && !isChunked && fieldsOf(handle, "Content-Length").empty();
 }
 
 /// Control characters become blanks: the value may come from a file that every user may write, and a line break in it
