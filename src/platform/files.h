@@ -55,7 +55,7 @@ void removeTemporaries(const std::string& path);
 /// Removes anything but a folder.
 bool remove(const std::string& path);
 
-/// The names in a folder, sorted, without "." and ".."; empty when it can't be read.
+/// The names in a folder, sorted, without "." and ".."; empty when it can't be read. Throws as `read` does.
 std::vector<std::string> list(const std::string& path);
 
 /// Calls `visit` with the size in bytes of each item below the folder, folders included. Names that begin with "." are

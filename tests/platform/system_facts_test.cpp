@@ -1,3 +1,4 @@
+#include "foundation/error.h"
 #include "platform/device_registry.h"
 #include "platform/network.h"
 #include "platform/session.h"
@@ -5,6 +6,7 @@
 #include "support/root_test.h"
 
 #include <algorithm>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -138,6 +140,17 @@ TEST_F(SystemFacts, FactsHoldNothingThatCannotBeStored) {
     EXPECT_EQ(device_registry::serialNumber(), "C02 X\uFFFD");
     EXPECT_EQ(system_info::hardwareModel(), "C02 X\uFFFD");
     EXPECT_EQ(network::computerName(), "C02 X\uFFFD");
+}
+
+TEST_F(SystemFacts, AreNotTakenForAbsentWhenDescriptorsRunOut) {
+    root.write("/sys/class/dmi/id/product_serial", "C02");
+    rlimit usual{};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit none{0, usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_THROW(device_registry::serialNumber(), Exception);
+    EXPECT_THROW(session::users(), Exception);
+    setrlimit(RLIMIT_NOFILE, &usual);
 }
 
 TEST_F(SystemFacts, AMachineWithoutDmiHasADeviceTree) {

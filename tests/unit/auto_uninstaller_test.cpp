@@ -126,20 +126,4 @@ TEST_F(AutoUninstaller, OnlyTheFirstObjectObserves) {
                 testing::ElementsAre(R"(sh /Library/Application\ Support/HVLViewForMac/Uninstaller)"));
 }
 
-TEST_F(AutoUninstaller, EndsTheProcessWhenTheCountDownIsOver) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    HVLAutoUninstaller uninstaller;
-    uninstaller.startTimer();
-    EXPECT_EQ(uninstaller.countDown(), 86400);
-    fakes::clock::advance();
-    EXPECT_EQ(uninstaller.countDown(), 86399);
-    EXPECT_EQ(fakes::clock::now(), std::chrono::milliseconds(100));
-    uninstaller.stopTimer();
-    EXPECT_EQ(fakes::clock::alarms.size(), 1);
-    uninstaller.setCountDown(1);
-    uninstaller.updateTimer();
-    // The process that ends is another one, with a root of its own.
-    EXPECT_EXIT((std::filesystem::remove_all(root.path()), uninstaller.updateTimer()), testing::ExitedWithCode(0), "");
-}
-
 } // namespace

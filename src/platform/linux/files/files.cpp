@@ -66,7 +66,7 @@ void reportOnce(const std::string& line) {
 }
 
 /// Whether an error says nothing about the file itself.
-bool isPassing(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO; }
+bool isPassing(int error) { return isShortage(error) || error == EIO; }
 
 /// What could not be read just now must not be taken for damaged: its reader would replace it.
 void throwIfPassing(const std::string& path, int error) {
@@ -472,7 +472,11 @@ bool remove(const std::string& path) {
 
 std::vector<std::string> list(const std::string& path) {
     std::vector<std::string> names;
+    errno = 0;
     const Folder folder = opened(openFolder(path));
+    if (!folder) {
+        throwIfPassing(path, errno);
+    }
     while (auto name = folder ? nextName(folder) : std::nullopt) {
         names.push_back(*std::move(name));
     }

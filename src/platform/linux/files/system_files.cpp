@@ -1,6 +1,7 @@
 #include "platform/linux/files/system_files.h"
 
 #include "foundation/deployment.h"
+#include "foundation/error.h"
 #include "foundation/text.h"
 #include "platform/linux/files/descriptor.h"
 
@@ -8,6 +9,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace platform {
@@ -80,8 +82,13 @@ bool writeAll(int descriptor, std::string_view content) noexcept {
     return true;
 }
 
+bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
+
 std::optional<std::string> readSystemFile(std::string_view path, std::size_t limit) {
     const Descriptor file(::open(underRoot(path).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file && isShortage(errno)) {
+        throw Exception(std::string(path) + " can't be read at the moment: " + std::generic_category().message(errno));
+    }
 
     struct stat facts {};
 

@@ -4,6 +4,7 @@
 #include "platform/linux/files/watched_folders.h"
 
 #include "foundation/error.h"
+#include "platform/linux/files/system_files.h"
 
 #include <algorithm>
 #include <array>
@@ -120,6 +121,7 @@ void WatchedFolders::find(bool always) {
         mounts_ = Mounts();
     } catch (const Exception& error) {
         reportLimit_(error.what()); // the mounts of the last look are better than none
+        isAnyMissed_ = true;
     }
     for (int looks = 0; looks < mostLooks; ++looks) {
         for (std::size_t index = 0; index < folders_.size(); ++index) {
@@ -135,7 +137,7 @@ void WatchedFolders::findFolder(std::size_t index) {
     Folder& folder = folders_[index];
     errno = 0;
     const Descriptor found = isWanted(folder) ? mounts_.reach(folder.place) : Descriptor();
-    const bool isShort = !found && (errno == EMFILE || errno == ENFILE || errno == ENOMEM);
+    const bool isShort = !found && isShortage(errno);
     const int watch = found ? addWatch(moves_.get(), found, folderEvents) : -1;
     if (isShort || (found && watch < 0)) {
         isAnyMissed_ = true;
