@@ -38,7 +38,8 @@ void launchApplication(const std::string& bundlePath);
 /// or nothing can be started.
 std::string ping(const std::string& address);
 
-/// Kills the pings under way; later ones throw. For the end of the process.
+/// Kills the pings under way and waits until they are gone, for half a second at most; later ones throw. For the end of
+/// the process.
 void endPings();
 
 } // namespace platform::processes

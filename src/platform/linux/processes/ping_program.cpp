@@ -6,6 +6,7 @@
 #include "platform/processes.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <csignal>
 #include <mutex>
 #include <optional>
@@ -15,12 +16,15 @@ namespace platform {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 /// What is kept of the output: its end, because the summary comes last, however much a hostile host replies.
 constexpr std::size_t outputLimit = std::size_t{64} << 10;
 
 /// The process groups of the pings under way.
 struct UnderWay {
     std::mutex mutex;
+    std::condition_variable oneLess;
     std::set<pid_t> groups;
     bool isOver = false;
 };
@@ -48,6 +52,7 @@ class Ping {
         // Only then may the child be reaped, after which its number may become another program's.
         const std::lock_guard lock(underWay.mutex);
         underWay.groups.erase(child_->pid());
+        underWay.oneLess.notify_all();
     }
 
     Ping(const Ping&) = delete;
@@ -89,11 +94,13 @@ std::string runPing(const std::string& address, const PingPatience& patience) {
 std::string processes::ping(const std::string& address) { return runPing(address, {.interrupt = "6", .kill = "2"}); }
 
 void processes::endPings() {
-    const std::lock_guard lock(underWay.mutex);
+    std::unique_lock lock(underWay.mutex);
     underWay.isOver = true;
     for (const pid_t group : underWay.groups) {
         ::kill(-group, SIGKILL);
     }
+    // Killed is not gone: the service manager reports each that this process leaves behind.
+    underWay.oneLess.wait_for(lock, 500ms, [] { return underWay.groups.empty(); });
 }
 
 } // namespace platform
