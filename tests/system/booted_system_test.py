@@ -1,20 +1,15 @@
 #!/usr/bin/python3
-"""The package on a booted Debian: booted_system_test.py PACKAGE.deb | --probe
+"""Boots a copy of this machine, installs the package there, and uses it as users and administrators do."""
 
-Boots a copy of this machine as a container, installs the package there, and uses it as users and administrators do.
-Ends with status 77 where that can't be done, which --probe only finds out.
-"""
-
-import os
 import pathlib
 import sys
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "trial"))
 
-from booted.checks import check, expect, expect_within, run_checks  # noqa: E402
+from booted.checks import check, expect, expect_within, main  # noqa: E402
 from booted.helper_machine import *  # noqa: E402, F403
-from booted.machine import NAMESPACES, Failure, eventually, what_is_missing  # noqa: E402
+from booted.machine import Failure, eventually  # noqa: E402
 
 HANDLED = "HVLHelper :  close update"  # StopDownload was; a command that does no harm
 
@@ -28,14 +23,15 @@ def _(machine):
     machine.write("/etc/systemd/logind.conf.d/10-site.conf", "[Login]\nIdleAction=suspend\nIdleActionSec=30min\n")
     machine.run("systemctl", "kill", "--signal=HUP", "systemd-logind.service")
     machine.put_product()
-    machine.before = machine.files()
+    machine.files_before = machine.files()
+    machine.failed_before = machine.failed_units()
 
 
 @check("the package installs and is active", 30)
 def _(machine):
     machine.install()
     expect(machine.is_active(UNIT), True, "active")
-    expect(machine.failed_units(), [], "failed units")
+    expect(machine.failed_units(), machine.failed_before, "failed units")
     eventually(lambda: "host service" in machine.property(UNIT, "StatusText"), "the status line is complete")
 
 
@@ -43,6 +39,13 @@ def _(machine):
 def _(machine):
     journal = machine.run("journalctl", f"--unit={UNIT}", "--output=cat")
     expect(journal.count("not set: HAVREL_WEB_SERVICE_HOST, HAVREL_API_HOST"), 1, f"times in {journal}")
+
+
+@check("the unique ID waits for the first interface", 30)
+def _(machine):
+    expect(machine.property_list(PREFERENCES).get("uniqueId"), None, "ID without an interface")
+    machine.add_interface("02:00:5e:10:00:01")
+    eventually(lambda: machine.property_list(PREFERENCES).get("uniqueId") == "02:00:5e:10:00:01", "it is stored")
 
 
 @check("a unit that posts right after the start is heard, 5 of 5", 30)
@@ -189,12 +192,12 @@ def _(machine):
     eventually(lambda: not machine.exists("/var/lib/dpkg/info/havrel-helper.list"), "the package is gone")
     expect(machine.service.asked("delete_havrel_account.cgi client_id=7"), True, "the account is deleted")
     expect(machine.service.asked("deactivate_machine.cgi"), True, "the machine is deactivated")
-    expect(machine.failed_units(), [], "failed units")
+    expect(machine.failed_units(), machine.failed_before, "failed units")
 
 
 @check("a purged package leaves nothing", 20)
 def _(machine):
-    expect(sorted(machine.files() - machine.before), [], "files")
+    expect(sorted(machine.files() - machine.files_before), [], "files")
 
 
 @check("an aborted removal brings the helper back", 30)
@@ -216,12 +219,12 @@ def _(machine):
     eventually(lambda: machine.idle_action()[0] == "ignore", "the machine stays awake")
     conffiles = set(machine.read("/var/lib/dpkg/info/havrel-helper.conffiles").split())
     machine.run("dpkg", "--remove", "havrel-helper")
-    left = {file for file in machine.files() - machine.before if machine.path(file).is_file()}
+    left = {file for file in machine.files() - machine.files_before if machine.path(file).is_file()}
     left = {file for file in left if not file.startswith("/var/lib/systemd/deb-systemd-helper-")}
     expect(left, conffiles, "files")
     expect(machine.idle_action(), ("suspend", 30), "idle action")
     machine.run("dpkg", "--purge", "havrel-helper")
-    expect(sorted(machine.files() - machine.before), [], "files after a purge")
+    expect(sorted(machine.files() - machine.files_before), [], "files after a purge")
 
 
 @check("the machine shuts down with the helper", 40)
@@ -236,20 +239,5 @@ def _(machine):
     expect(machine.is_active(UNIT), True, "active")
 
 
-def main(arguments):
-    match arguments:
-        case ["--inside", package]:
-            return 0 if run_checks(HelperMachine(package)) else 1
-        case [argument]:
-            if missing := what_is_missing():
-                print(f"The system test can't run here. It needs {missing}")
-                return 77
-            if argument == "--probe":
-                return 0
-            os.execvp(NAMESPACES[0], [*NAMESPACES, sys.executable, __file__, "--inside", argument])
-    print(__doc__)
-    return 2
-
-
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    sys.exit(main(HelperMachine))

@@ -1,10 +1,13 @@
 """Checks that run one after the other on a booted machine, each with a time limit, and a line about each."""
 
+import os
 import signal
+import sys
 import time
 
-from booted.machine import Failure
+from booted.machine import NAMESPACES, Failure, what_is_missing
 
+SIGNALS = (signal.SIGALRM, signal.SIGINT, signal.SIGTERM)
 checks = []
 
 
@@ -30,13 +33,31 @@ def expect_within(seconds, action):
     expect(took < seconds, True, f"it took {took:.1f} s, less than {seconds} s")
 
 
+def main(make_machine):
+    """What the program does: runs all checks in namespaces of their own, on a machine that is made of the package."""
+    match sys.argv[1:]:
+        case ["--inside", package]:
+            return 0 if run_checks(make_machine(package)) else 1
+        case [argument]:
+            if missing := what_is_missing():
+                print(f"The system test can't run here. It needs {missing}")
+                return 77
+            if argument == "--probe":
+                return 0
+            os.execvp(NAMESPACES[0], [*NAMESPACES, sys.executable, sys.argv[0], "--inside", argument])
+    print(f"{sys.argv[0]} PACKAGE.deb | --probe: status 77 where it can't run, which --probe only finds out")
+    return 2
+
+
 def run_checks(machine):
     """Runs all and closes the machine. Returns whether all were passed."""
-    signal.signal(signal.SIGALRM, stop)
-    signal.signal(signal.SIGTERM, stop)
+    for number in SIGNALS:
+        signal.signal(number, stop)
     try:
         results = [passes(machine, number, *one) for number, one in enumerate(checks, 1)]
     finally:
+        for number in SIGNALS:
+            signal.signal(number, signal.SIG_IGN)
         machine.close()
     print(f"{results.count(True)} checks passed, {results.count(False)} checks failed out of {len(results)}")
     return all(results)

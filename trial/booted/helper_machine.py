@@ -46,6 +46,12 @@ class HelperMachine(Machine):
         self.write("/etc/systemd/system/poster.service",
                    f"[Unit]\nAfter={UNIT}\n[Service]\nType=oneshot\nExecStart={words}\n")
 
+    def add_interface(self, address):
+        """One with a default route, at whose other end nobody answers."""
+        for words in (f"link add lan address {address} type veth peer name away", "link set away up", "link set lan up",
+                      "address add 198.51.100.2/24 dev lan", "route add default via 198.51.100.1"):
+            self.run("ip", *words.split())
+
     def log_in(self, user):
         """A graphical session at the console."""
         self.run("systemd-run", "--unit=desktop", f"--property=User={user}", "--property=PAMName=login",

@@ -98,7 +98,8 @@ class Machine:
             raise Failure((SCRATCH / "console").read_text(errors="replace"))
         try:
             self.leader = run("pgrep", "--parent", str(self.nspawn.pid)).split()[0]
-            return self.run("systemctl", "is-system-running") == "running\n"
+            return self.run("systemctl", "show", "--property=SystemState") in (
+                "SystemState=running\n", "SystemState=degraded\n")
         except Failure:
             return False
 
