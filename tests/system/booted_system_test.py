@@ -46,6 +46,7 @@ def _(machine):
     expect(machine.property_list(PREFERENCES).get("uniqueId"), None, "ID without an interface")
     machine.add_interface("02:00:5e:10:00:01")
     eventually(lambda: machine.property_list(PREFERENCES).get("uniqueId") == "02:00:5e:10:00:01", "it is stored")
+    machine.run("ip", "link", "delete", "lan")
 
 
 @check("a unit that posts right after the start is heard, 5 of 5", 30)

@@ -69,12 +69,14 @@ def passes(machine, number, name, within, function):
     signal.alarm(within)
     try:
         function(machine)
-    except (Failure, OSError, LookupError, ValueError) as seen:
-        failure = f"{seen}\n{journal(machine)}"
-    signal.alarm(0)
+    except Exception as seen:
+        failure = seen
+    finally:
+        signal.alarm(0)
     print(f"{'FAILED' if failure else 'ok'} {number} {time.monotonic() - start:.1f} s  {name}", flush=True)
     if failure:
-        print("    " + failure.replace("\n", "\n    "), flush=True)
+        seen = f"{type(failure).__name__}: {failure}\n{journal(machine)}"
+        print("    " + seen.replace("\n", "\n    "), flush=True)
     return failure is None
 
 
