@@ -103,10 +103,10 @@ class HelperMachine(Machine):
                           "org.freedesktop.login1.Manager", "IdleAction", "IdleActionUSec").split()
         return answer[1].strip('"'), int(answer[3]) // 60_000_000
 
-    def files(self):
-        """All that a package or the helper could leave behind, but for the package managers' own records."""
+    def files(self, *kind):
+        """All, or of this kind, that a package or the helper could leave behind; not the package managers' records."""
         return set(self.run("find", "/etc", "/opt", "/usr", "/var/lib", "-path", "/var/lib/dpkg", "-prune", "-o",
-                            "-path", "/var/lib/PackageKit", "-prune", "-o", "-print").splitlines())
+                            "-path", "/var/lib/PackageKit", "-prune", "-o", *kind, "-print").splitlines())
 
 
 def post_words(name, information={}):

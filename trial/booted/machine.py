@@ -132,7 +132,7 @@ class Machine:
         return run("nsenter", "-t", self.leader, "-m", "-u", "-i", "-n", "-p", "-C", "-r", "-w", *switch, *command)
 
     def path(self, absolute):
-        """A path of the container as it is seen from here."""
+        """A path of the container as it is seen from here, where an absolute link would lead out of the container."""
         return pathlib.Path(f"/proc/{self.leader}/root{absolute}")
 
     def write(self, absolute, content, mode=0o644):
