@@ -28,6 +28,7 @@ using std::chrono::steady_clock;
 
 /// The bus may be missing and a tool slow: what waits for the daemon does not wait longer.
 constexpr auto readyAtTheLatest = 5s;
+constexpr auto patienceOfManagers = 90s;
 /// Of two lines that are told, so that work of moments doesn't show and a flood of commands costs the manager nothing.
 constexpr auto pause = 1s;
 
@@ -103,7 +104,8 @@ class Teller {
             platform::distributed_center::flush(
                 std::chrono::duration_cast<std::chrono::milliseconds>(deadline - steady_clock::now()));
         }
-        while (!manager::tellReady()) { // without a descriptor; without "ready" the manager would end the daemon
+        // For want of a descriptor nothing can be told, and a manager that isn't told would end the daemon.
+        for (auto left = patienceOfManagers; left > 0s && !manager::tellReady(); left -= pause) {
             platform::clock::sleep(pause);
         }
         for (;;) {
