@@ -75,7 +75,7 @@ def passes(machine, number, name, within, function):
         signal.alarm(0)
     print(f"{'FAILED' if failure else 'ok'} {number} {time.monotonic() - start:.1f} s  {name}", flush=True)
     if failure:
-        seen = f"{type(failure).__name__}: {failure}\n{journal(machine)}"
+        seen = f"{type(failure).__name__}: {str(failure)[:2000]}\n{journal(machine)}"
         print("    " + seen.replace("\n", "\n    "), flush=True)
     return failure is None
 

@@ -16,6 +16,7 @@ ALL_PROXIES = f"{HOST}/AllProxies.plist"
 LOG = f"{HOST}/Havrel.log"
 HOST_LOG = f"{HOST}/HavrelHost7.log"
 PROXY_LIST = "/cgi-bin/hvl/v4/get_proxy_list.cgi"
+SYSTEMSETUP = "/usr/libexec/havrel/tools/systemsetup"
 INTERFACE = "com.Dravex.DistributedNotifications"
 # In and outside of group havrel.
 MEMBER = "havrel-ann"

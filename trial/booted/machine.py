@@ -131,6 +131,14 @@ class Machine:
         switch = ("runuser", "-u", user, "--") if user != "root" else ()
         return run("nsenter", "-t", self.leader, "-m", "-u", "-i", "-n", "-p", "-C", "-r", "-w", *switch, *command)
 
+    def refusal(self, *command, user="root"):
+        """Runs a command that has to fail, and returns what it said."""
+        try:
+            self.run(*command, user=user)
+        except Failure as refused:
+            return str(refused)
+        raise Failure(f"{command} succeeded")
+
     def path(self, absolute):
         """A path of the container as it is seen from here, where an absolute link would lead out of the container."""
         return pathlib.Path(f"/proc/{self.leader}/root{absolute}")
