@@ -5,12 +5,16 @@
 #include "fetch/sandbox.h"
 #include "fetch/web_transfer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <exception>
 #include <malloc.h>
+#include <optional>
 #include <span>
+#include <string>
+#include <string_view>
 #include <system_error>
 #include <unistd.h>
 

@@ -7,6 +7,7 @@
 #include "platform/linux/machine/user_database.h"
 #include "platform/linux/processes/child_process.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -14,9 +15,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <mutex>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace platform::fetcher {
 
@@ -44,11 +47,9 @@ std::vector<std::string> userArguments() {
     if (const auto user = user_database::find("havrel-fetch")) {
         return {std::to_string(user->id), std::to_string(user->group)};
     }
-    static const bool isReported = [] {
-        diagnostics::report("web requests", "there is no user havrel-fetch: they run as nobody");
-        return true;
-    }();
-    static_cast<void>(isReported);
+    static std::once_flag reported;
+    std::call_once(reported,
+                   [] { diagnostics::report("web requests", "there is no user havrel-fetch: they run as nobody"); });
     return {"65534", "65534"}; // the kernel's own numbers for nobody and his group
 }
 
