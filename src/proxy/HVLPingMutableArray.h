@@ -21,6 +21,7 @@ class HVLPingMutableArray {
 
     /// The records of a proxy-list file; empty if it can't be read. A text that is missing, or isn't a text, is absent,
     /// a missing latency 0. Elements that aren't dictionaries are skipped, and reading ends after 10,000 records.
+    /// Throws as platform::files::read does.
     static HVLPingMutableArray initWithPlistWithPath(const std::string& path);
     /// From `"name":"latency"` pairs between commas, braces ignored.
     static HVLPingMutableArray initWithPingStringWithCommaSeprator(const std::string& text);

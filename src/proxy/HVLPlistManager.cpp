@@ -81,7 +81,8 @@ void HVLPlistManager::startPlistUpdateManager() const {
         log("Helper :  app is installed now so fetch proxy list from server and ping to ALL");
         checkProxyIsChanged();
     } catch (const platform::Exception&) {
-        // A proxy without an address can't be written, so the whole answer is ignored.
+        // A proxy without an address can't be written, so the whole answer is ignored. The marker stays for the next
+        // start, also when the stored list can't be read at the moment.
     }
 }
 

@@ -1,5 +1,6 @@
 #include "platform/file_system_events.h"
 
+#include "foundation/diagnostics.h"
 #include "platform/linux/files/trash_folders.h"
 #include "platform/linux/files/watched_folders.h"
 #include "platform/linux/loop/event_loop.h"
@@ -162,8 +163,10 @@ FileSystemEventStream::FileSystemEventStream(RunLoop& loop, const std::vector<st
     : state_(std::make_unique<State>(loop, paths, latency, std::move(callback))) {}
 
 FileSystemEventStream::~FileSystemEventStream() {
-    state_->folders.readMoves();
-    state_->handOn(mostMoves);
+    diagnostics::contain("file-system events", [this] {
+        state_->folders.readMoves();
+        state_->handOn(mostMoves);
+    });
 }
 
 } // namespace platform
