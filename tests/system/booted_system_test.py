@@ -7,9 +7,9 @@ import sys
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "trial"))
 
-from booted.checks import check, expect, expect_within, main  # noqa: E402
-from booted.helper_machine import *  # noqa: E402, F403
-from booted.machine import eventually  # noqa: E402
+from booted.checks import check, expect, expect_within, main
+from booted.helper_machine import *
+from booted.machine import eventually
 
 HANDLED = "HVLHelper :  close update"  # StopDownload was; a command that does no harm
 
