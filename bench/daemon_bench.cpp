@@ -1,10 +1,10 @@
-// What the built daemon costs its host.
+// What the built daemon costs its host, a line for each measure. Other daemons may be given as arguments, say the one
+// before a change: each gets a column of its own, and the starts of all alternate.
 //
 // Start-up: from its exec to its run loop's first answer, as at every boot, with tools that do nothing. For comparison:
-// start-up's command lines alone, run by a shell, and the start of the smallest program.
+// start-up's command lines alone, run by a shell.
 //
-// Idle: half a minute, after it has measured all proxies. For comparison: a process that only listens for
-// notifications, and the bus daemon.
+// Idle: after it has measured all proxies. For comparison: a process that only listens for notifications.
 #include "foundation/property_list.h"
 #include "trial/support/bus_client.h"
 #include "trial/support/machine.h"
@@ -13,10 +13,13 @@
 #include "util/ProductPaths.h"
 
 #include <algorithm>
-#include <benchmark/benchmark.h>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <optional>
+#include <set>
+#include <sstream>
 #include <sys/wait.h>
 #include <thread>
 #include <vector>
@@ -29,6 +32,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 constexpr int starts = 50;
+constexpr std::size_t manyProxies = 10'000;
 constexpr auto idleWindow = 30s;
 constexpr auto quietWindow = 2s;
 constexpr double kilobytes = 1024;
@@ -43,6 +47,29 @@ constexpr const char* startUpCommands[] = {
     R"(ps aux | grep loginwindow | grep -v grep | awk '{system("true")}')",
     "launchctl load /Library/LaunchAgents/com.Dravex.HVLSuiteHost.plist",
 };
+
+/// A line of the table: what was measured, of each daemon and of what it is compared with.
+void show(const std::string& measure, const std::vector<double>& daemons, std::optional<double> yardstick = {}) {
+    std::printf("%-52s", measure.c_str());
+    for (const double value : daemons) {
+        std::printf(" %10.2f", value);
+    }
+    if (yardstick) {
+        std::printf("   beside %10.2f", *yardstick);
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+[[noreturn]] void fail(const std::string& reason) {
+    std::fprintf(stderr, "daemon_bench: %s\n", reason.c_str());
+    std::exit(EXIT_FAILURE);
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
 
 double milliseconds(Clock::duration duration) { return std::chrono::duration<double, std::milli>(duration).count(); }
 
@@ -78,6 +105,18 @@ double wakeUps(pid_t process) {
     return sum;
 }
 
+/// How many shared objects are mapped, the loader included.
+std::size_t libraries(pid_t process) {
+    std::set<std::string> found;
+    std::istringstream words(trial::readFile(ofProcess(process, "maps")));
+    for (std::string word; words >> word;) {
+        if (word.starts_with('/') && word.find(".so") != std::string::npos) {
+            found.insert(word);
+        }
+    }
+    return found.size();
+}
+
 /// A machine whose tools all do nothing and end at once.
 struct IdleMachine : trial::Machine {
     IdleMachine() {
@@ -90,29 +129,16 @@ struct IdleMachine : trial::Machine {
             fs::create_symlink(trial::findProgram("true"), name);
         }
         root.logIn("ann");
+        fs::remove(root.at(havrel::paths::hostInstallMarker));
+        root.write(trial::hostPreferences,
+                   platform::property_list::toXml(platform::Dictionary{{"isServiceEnabled", true},
+                                                                       {"uniqueId", "02:00:5e:10:00:01"},
+                                                                       {"serialNumber", "TRIAL-0001"},
+                                                                       {"ComputerSleep", "10"},
+                                                                       {"DisplaySleep", "5"}})
+                       .value());
     }
 };
-
-/// Starts processes one after the other and times each until `ready` returns.
-template <typename Start, typename Ready>
-void timeStarts(benchmark::State& state, const Start& start, const Ready& ready) {
-    std::vector<double> times;
-    double processor = 0;
-    for ([[maybe_unused]] const auto once : state) {
-        const auto before = Clock::now();
-        const std::unique_ptr<DaemonProcess> process = start();
-        ready(*process);
-        const auto time = Clock::now() - before;
-        processor += processorMilliseconds(process->id());
-        times.push_back(milliseconds(time));
-        state.SetIterationTime(times.back() / 1e3);
-        process->terminate();
-    }
-    std::sort(times.begin(), times.end());
-    state.counters["median_ms"] = times[times.size() / 2];
-    state.counters["max_ms"] = times.back();
-    state.counters["own_cpu_ms"] = processor / static_cast<double>(times.size());
-}
 
 /// Waits without reaping: that is left to its owner.
 void awaitEnd(const DaemonProcess& process) {
@@ -120,62 +146,80 @@ void awaitEnd(const DaemonProcess& process) {
     ::waitid(P_PID, static_cast<id_t>(process.id()), &ignored, WEXITED | WNOWAIT);
 }
 
-void startUp(benchmark::State& state) {
+/// The starts of one program.
+struct Starts {
+    std::vector<double> time;
+    std::vector<double> processorTime;
+
+    template <typename Start, typename Ready>
+    void measure(const Start& start, const Ready& ready) {
+        const auto before = Clock::now();
+        DaemonProcess process = start();
+        ready(process);
+        time.push_back(milliseconds(Clock::now() - before));
+        processorTime.push_back(processorMilliseconds(process.id()));
+        process.terminate();
+    }
+};
+
+void startUp(const std::vector<fs::path>& daemons) {
     const IdleMachine machine;
-    fs::remove(machine.root.at(havrel::paths::hostInstallMarker));
-    machine.root.write(trial::hostPreferences,
-                       platform::property_list::toXml(platform::Dictionary{{"isServiceEnabled", true},
-                                                                           {"uniqueId", "02:00:5e:10:00:01"},
-                                                                           {"serialNumber", "TRIAL-0001"},
-                                                                           {"ComputerSleep", "10"},
-                                                                           {"DisplaySleep", "5"}})
-                           .value());
     trial::SleepService loginManager(machine.bus.address());
     const trial::BusClient client(machine.bus.address());
     std::size_t answers = 0;
-    timeStarts(
-        state,
-        [&] {
-            loginManager.waitForLocks(0); // the last one's
-            return std::make_unique<DaemonProcess>(HAVREL_DAEMON, machine.environment(), machine.root.folder());
-        },
-        [&](const DaemonProcess&) {
-            // The daemon takes the lock early. The announcement then waits for its run loop, and answering needs no
-            // tool.
-            loginManager.waitForLocks(1);
-            loginManager.prepareForSleep(false);
-            if (!client.waitForCount("sleepStateChanged", ++answers)) {
-                state.SkipWithError("the daemon does not answer");
-            }
-        });
-}
-
-void startUpCommandsAlone(benchmark::State& state) {
-    const IdleMachine machine;
+    const auto answer = [&](const DaemonProcess& /*daemon*/) {
+        // The daemon takes the lock early. The announcement then waits for its run loop, and answering needs no tool.
+        loginManager.waitForLocks(1);
+        loginManager.prepareForSleep(false);
+        if (!client.waitForCount("sleepStateChanged", ++answers)) {
+            fail("the daemon does not answer");
+        }
+    };
     std::string script;
     for (const char* command : startUpCommands) {
         script += "/bin/sh -c " + trial::shellQuoted(command) + "\n";
     }
-    timeStarts(
-        state,
-        [&] {
-            return std::make_unique<DaemonProcess>("/bin/sh", machine.environment(), machine.root.folder(), "commands",
-                                                   std::vector<std::string>{"-c", script});
-        },
-        awaitEnd);
+    std::vector<Starts> ofDaemons(daemons.size());
+    Starts ofCommands;
+    for (int start = 0; start < starts; ++start) {
+        for (std::size_t i = 0; i < daemons.size(); ++i) {
+            loginManager.waitForLocks(0); // the last one's
+            ofDaemons[i].measure(
+                [&] { return DaemonProcess(daemons[i], machine.environment(), machine.root.folder()); }, answer);
+        }
+        ofCommands.measure(
+            [&] {
+                return DaemonProcess("/bin/sh", machine.environment(), machine.root.folder(), "commands",
+                                     {"-c", script});
+            },
+            awaitEnd);
+    }
+    const double commands = median(ofCommands.time);
+    std::vector<double> times;
+    std::vector<double> timesOfCommands;
+    std::vector<double> processorTimes;
+    for (const Starts& daemon : ofDaemons) {
+        times.push_back(median(daemon.time));
+        timesOfCommands.push_back(times.back() / commands);
+        processorTimes.push_back(median(daemon.processorTime));
+    }
+    show("exec to run loop, ms; its command lines alone", times, commands);
+    show("  as a multiple of the command lines' time", timesOfCommands);
+    show("  own processor time, ms", processorTimes);
 }
 
-void startOfTrue(benchmark::State& state) {
-    const trial::TrialRoot root;
-    timeStarts(
-        state,
-        [&] {
-            return std::make_unique<DaemonProcess>(trial::findProgram("true"), trial::Environment(), root.folder());
-        },
-        awaitEnd);
-}
+/// What a process costs that has nothing to do.
+struct Idle {
+    std::size_t libraries;
+    double residentMegabytes;
+    double proportionalMegabytes;
+    double privateMegabytes;
+    double threads;
+    double wakeUpsPerMinute = 0;
+    double processorMillisecondsPerMinute = 0;
+};
 
-void showIdle(benchmark::State& state, pid_t process) {
+void awaitQuiet(pid_t process) {
     double last = -1;
     trial::eventually(
         [&] {
@@ -184,54 +228,98 @@ void showIdle(benchmark::State& state, pid_t process) {
             return last == known;
         },
         60s);
-    // Read at once, before the system reclaims what an idle process does not touch.
-    state.counters["pss_MB"] = sumOf(ofProcess(process, "smaps_rollup"), "Pss") / kilobytes;
-    state.counters["rss_MB"] = sumOf(ofProcess(process, "smaps_rollup"), "Rss") / kilobytes;
-    state.counters["threads"] = sumOf(ofProcess(process, "status"), "Threads");
-    const double wakeUpsBefore = wakeUps(process);
-    const double processorBefore = processorMilliseconds(process);
-    for ([[maybe_unused]] const auto once : state) {
-        std::this_thread::sleep_for(idleWindow);
-        state.SetIterationTime(std::chrono::duration<double>(idleWindow).count());
-    }
-    constexpr double perMinute = 60s / idleWindow;
-    state.counters["wakeups_per_min"] = (wakeUps(process) - wakeUpsBefore) * perMinute;
-    state.counters["cpu_ms_per_min"] = (processorMilliseconds(process) - processorBefore) * perMinute;
 }
 
-void idle(benchmark::State& state) {
+Idle atRest(pid_t process) {
+    awaitQuiet(process);
+    // Read at once, before the system reclaims what an idle process does not touch.
+    const fs::path memory = ofProcess(process, "smaps_rollup");
+    return {.libraries = libraries(process),
+            .residentMegabytes = sumOf(memory, "Rss") / kilobytes,
+            .proportionalMegabytes = sumOf(memory, "Pss") / kilobytes,
+            .privateMegabytes = (sumOf(memory, "Private_Clean") + sumOf(memory, "Private_Dirty")) / kilobytes,
+            .threads = sumOf(ofProcess(process, "status"), "Threads")};
+}
+
+Idle idle(pid_t process) {
+    Idle result = atRest(process);
+    const double wakeUpsBefore = wakeUps(process);
+    const double processorBefore = processorMilliseconds(process);
+    std::this_thread::sleep_for(idleWindow);
+    constexpr double perMinute = 60s / idleWindow;
+    result.wakeUpsPerMinute = (wakeUps(process) - wakeUpsBefore) * perMinute;
+    result.processorMillisecondsPerMinute = (processorMilliseconds(process) - processorBefore) * perMinute;
+    return result;
+}
+
+/// Starts the daemon and lets it measure that many proxies, which all answer at once.
+template <typename Look>
+Idle afterPass(const fs::path& program, std::size_t proxies, const Look& look) {
     trial::Machine machine;
     machine.root.logIn("ann");
     machine.tools.scriptInstantPing();
-    machine.service.answer(trial::proxyListPath, trial::listing(trial::numberedProxies(64, "127.1.0")));
-    const DaemonProcess daemon(HAVREL_DAEMON, machine.environment(), machine.root.folder());
-    if (!trial::eventually([&] { return !machine.root.has(havrel::paths::hostInstallMarker); })) {
-        state.SkipWithError("the proxies are not measured");
+    trial::Proxies listed;
+    for (std::size_t number = 1; number <= proxies; ++number) {
+        listed.emplace_back("P" + std::to_string(number),
+                            "127.1." + std::to_string(number / 250) + "." + std::to_string(1 + number % 250));
     }
-    showIdle(state, daemon.id());
+    machine.service.answer(trial::proxyListPath, trial::listing(listed));
+    const DaemonProcess daemon(program, machine.environment(), machine.root.folder());
+    if (!trial::eventually([&] { return !machine.root.has(havrel::paths::hostInstallMarker); }, 3min)) {
+        fail("the proxies are not measured");
+    }
+    return look(daemon.id());
 }
 
-void idlePlainListener(benchmark::State& state) {
+Idle idleListener() {
     const trial::Machine machine;
     DaemonProcess listener(PLAIN_LISTENER, machine.environment(), machine.root.folder());
-    showIdle(state, listener.id());
+    const Idle result = idle(listener.id());
     if (!listener.isRunning()) {
-        state.SkipWithError("it has ended");
+        fail("the plain listener has ended");
     }
+    return result;
 }
 
-void idleBusDaemon(benchmark::State& state) {
-    const trial::Machine machine;
-    showIdle(state, machine.bus.pid());
+void idleCosts(const std::vector<fs::path>& daemons) {
+    std::vector<Idle> idles;
+    for (const fs::path& daemon : daemons) {
+        idles.push_back(afterPass(daemon, 64, idle));
+    }
+    const Idle listener = idleListener();
+    const auto line = [&](const char* measure, auto Idle::*value) {
+        std::vector<double> values;
+        for (const Idle& each : idles) {
+            values.push_back(static_cast<double>(each.*value));
+        }
+        show(measure, values, static_cast<double>(listener.*value));
+    };
+    line("libraries mapped; in a process that only listens", &Idle::libraries);
+    line("idle: resident, MB", &Idle::residentMegabytes);
+    line("  its share of it (PSS), MB", &Idle::proportionalMegabytes);
+    line("  private, MB", &Idle::privateMegabytes);
+    line("  threads", &Idle::threads);
+    line("  wake-ups per minute", &Idle::wakeUpsPerMinute);
+    line("  processor time per minute, ms", &Idle::processorMillisecondsPerMinute);
 }
 
-BENCHMARK(startUp)->Iterations(starts)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(startUpCommandsAlone)->Iterations(starts)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(startOfTrue)->Iterations(starts)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(idle)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
-BENCHMARK(idlePlainListener)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
-BENCHMARK(idleBusDaemon)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+void costsOfManyProxies(const std::vector<fs::path>& daemons) {
+    std::vector<double> values;
+    for (const fs::path& daemon : daemons) {
+        values.push_back(afterPass(daemon, manyProxies, atRest).privateMegabytes);
+    }
+    show("private after a pass over " + std::to_string(manyProxies) + " proxies, MB", values);
+}
 
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    std::vector<fs::path> daemons{HAVREL_DAEMON};
+    daemons.insert(daemons.end(), argv + 1, argv + argc);
+    for (const fs::path& daemon : daemons) {
+        std::printf("%s\n", daemon.c_str());
+    }
+    startUp(daemons);
+    idleCosts(daemons);
+    costsOfManyProxies(daemons);
+}

@@ -1,7 +1,6 @@
 // What a pass over all proxies costs: 200 loopback addresses, fifty at a time. With a ping of one second, to see the
 // time lost between pings, and with the system's own of six seconds. For comparison: fping over the same addresses.
 #include "foundation/error.h"
-#include "platform/notifications.h"
 #include "platform/processes.h"
 #include "proxy/HVLPingManager.h"
 #include "trial/support/temporary_folder.h"
@@ -14,16 +13,6 @@
 #include <cstdlib>
 #include <sys/resource.h>
 #include <thread>
-
-// There is no bus here: posts are dropped, and observers hear nothing.
-void platform::distributed_center::post(const std::string& /*name*/, const std::string& /*object*/,
-                                        const std::optional<Dictionary>& /*userInfo*/, std::uint32_t /*options*/) {}
-
-platform::ObservationPtr platform::distributed_center::addObserver(
-    const std::string& /*name*/,
-    NotificationHandler /*handler*/) { // NOLINT(performance-unnecessary-value-param): as declared
-    return nullptr;
-}
 
 namespace {
 
