@@ -5,6 +5,7 @@
 #include "foundation/diagnostics.h"
 #include "foundation/limited_report.h"
 #include "platform/clock.h"
+#include "platform/memory.h"
 #include "platform/run_loop.h"
 #include "util/ServiceStatus.h"
 
@@ -33,6 +34,7 @@ RunLoop& mainLoop() {
 } // namespace
 
 int main() {
+    platform::memory::shareHeap();
     contain("settings", platform::deployment::reportMissing);
     contain("signals", havrel::endProcessOnRequest);
     contain("service manager", havrel::service_status::begin);

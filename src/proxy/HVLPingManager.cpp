@@ -6,6 +6,7 @@
 #include "logging/HVLLogger.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/memory.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "proxy/HVLPingOperation.h"
 #include "util/ProductPaths.h"
@@ -229,6 +230,7 @@ void HVLPingManager::startPingerThread(const std::stop_token& cancelled) {
         isPingCompleted_ = false;
         cycle = pingerCycle(cycle.next, cycle.pause);
         runTurn(cycle);
+        platform::memory::giveBack();
         isPingCompleted_ = true;
         platform::clock::sleep(cycle.pause, cancelled);
     } while (!isPinging_);
@@ -351,6 +353,7 @@ void HVLPingManager::measureAllOnceCompleted() {
         platform::clock::sleep(std::chrono::seconds(1), ending_.get_token());
     }
     startPingForAllProxies();
+    platform::memory::giveBack();
 }
 
 void HVLPingManager::refillBestProxies() {
