@@ -3,6 +3,7 @@
 #include "foundation/diagnostics.h"
 
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -12,12 +13,15 @@ namespace platform {
 
 struct SerialQueue::State {
     std::string label;
+    std::chrono::milliseconds delay{};
     std::mutex mutex;
     std::condition_variable queued;
+    std::condition_variable hurried;
     std::condition_variable finished;
     std::deque<std::function<void()>> tasks;
     std::uint64_t submitted = 0;
     std::uint64_t completed = 0;
+    std::size_t draining = 0;
     bool ending = false;
     std::thread thread;
 
@@ -31,6 +35,7 @@ void SerialQueue::State::run() {
         if (tasks.empty()) {
             return;
         }
+        hurried.wait_for(lock, delay, [this] { return ending || draining > 0; });
         auto task = std::move(tasks.front());
         tasks.pop_front();
         lock.unlock();
@@ -42,7 +47,10 @@ void SerialQueue::State::run() {
     }
 }
 
-SerialQueue::SerialQueue(std::string label) : state_(std::make_unique<State>()) { state_->label = std::move(label); }
+SerialQueue::SerialQueue(std::string label, std::chrono::milliseconds delay) : state_(std::make_unique<State>()) {
+    state_->label = std::move(label);
+    state_->delay = delay;
+}
 
 SerialQueue::~SerialQueue() {
     {
@@ -50,6 +58,7 @@ SerialQueue::~SerialQueue() {
         state_->ending = true;
     }
     state_->queued.notify_one();
+    state_->hurried.notify_one();
     if (state_->thread.joinable()) {
         state_->thread.join();
     }
@@ -67,7 +76,10 @@ void SerialQueue::async(std::function<void()> task) {
 
 void SerialQueue::drain() {
     std::unique_lock lock(state_->mutex);
+    ++state_->draining;
+    state_->hurried.notify_one();
     state_->finished.wait(lock, [this, last = state_->submitted] { return state_->completed >= last; });
+    --state_->draining;
 }
 
 } // namespace platform

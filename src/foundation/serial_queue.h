@@ -2,6 +2,7 @@
 // Thread-safe.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -10,8 +11,9 @@ namespace platform {
 
 class SerialQueue {
   public:
-    /// `label` names the queue in diagnostics.
-    explicit SerialQueue(std::string label);
+    /// `label` names the queue in diagnostics. A task begins no sooner than `delay` after it could, so that it can take
+    /// along what comes meanwhile; at once when `drain` or the destructor waits for it.
+    explicit SerialQueue(std::string label, std::chrono::milliseconds delay = {});
     /// Blocks until every queued task has run.
     ~SerialQueue();
     SerialQueue(const SerialQueue&) = delete;

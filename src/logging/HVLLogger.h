@@ -5,6 +5,7 @@
 #include "foundation/serial_queue.h"
 #include "logging/PendingLines.h"
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -55,6 +56,9 @@ class HVLLogger {
   private:
     HVLLogger() = default;
 
+    /// How long a line may wait for others that come with it: each write replaces the whole file.
+    static constexpr std::chrono::milliseconds gathering{50};
+
     static HVLLogger& shared(const std::string& path);
 
     void writePending();
@@ -65,7 +69,7 @@ class HVLLogger {
     PendingLines pending_;
     bool writeQueued_ = false;
     /// Last, so that it is destroyed before the fields that its tasks use.
-    platform::SerialQueue serialQueue_{"com.HVL.LoggerQueue"};
+    platform::SerialQueue serialQueue_{"com.HVL.LoggerQueue", gathering};
 };
 
 } // namespace havrel
