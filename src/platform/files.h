@@ -36,7 +36,7 @@ std::optional<std::string> readEnd(const std::string& path, std::size_t limit);
 /// Replaces the content atomically: a reader sees the old file or the new one, never a part. A regular file's mode and
 /// owner are kept; a new file is 0644, and so is one in place of a link, pipe, socket or device. False when the folder
 /// can't be reached, a folder is in the file's place (both said once on standard error) or writing fails; then nothing
-/// changes.
+/// changes. Nor does it when a file that is to be flushed holds that content already.
 bool replace(const std::string& path, std::string_view content, Durability durability);
 
 /// Waits for the replacements under way and blocks later ones for good, so that the end of the process leaves no
