@@ -183,6 +183,7 @@ TEST_F(Files, AreOnTheDiskBeforeTheyReplaceTheOldOnes) {
     EXPECT_TRUE(files::replace(item, "cached", Durability::cached));
     EXPECT_THAT(flushed, testing::IsEmpty());
     EXPECT_TRUE(files::replace(item, "flushed", Durability::flushed));
+    EXPECT_TRUE(files::replace(item, "flushed", Durability::flushed)); // holds that already
     EXPECT_THAT(flushed, ElementsAre(testing::StartsWith(root.at(folder + "/.havrel-").string()), root.at(folder)));
 }
 
