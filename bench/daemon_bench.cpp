@@ -283,12 +283,14 @@ Idle idleListener() {
 
 void idleCosts(const std::vector<fs::path>& daemons) {
     std::vector<Idle> idles;
+    idles.reserve(daemons.size());
     for (const fs::path& daemon : daemons) {
         idles.push_back(afterPass(daemon, 64, idle));
     }
     const Idle listener = idleListener();
     const auto line = [&](const char* measure, auto Idle::*value) {
         std::vector<double> values;
+        values.reserve(idles.size());
         for (const Idle& each : idles) {
             values.push_back(static_cast<double>(each.*value));
         }
@@ -305,6 +307,7 @@ void idleCosts(const std::vector<fs::path>& daemons) {
 
 void costsOfManyProxies(const std::vector<fs::path>& daemons) {
     std::vector<double> values;
+    values.reserve(daemons.size());
     for (const fs::path& daemon : daemons) {
         values.push_back(afterPass(daemon, manyProxies, atRest).privateMegabytes);
     }
