@@ -13,18 +13,18 @@ using namespace std::chrono_literals;
 /// `TearDown` looks at the exit status and the last log line.
 class ProcessEndTest : public DaemonTest {
   protected:
-    void endWhileBusy(int signal = SIGTERM) {
+    void endWhileBusy() {
         const auto start = std::chrono::steady_clock::now();
-        daemon->signal(signal);
+        daemon->signal(SIGTERM);
         ASSERT_TRUE(daemon->waitForEnd(4s).has_value());
         EXPECT_GE(std::chrono::steady_clock::now() - start, 2s) << "the main thread was not busy";
     }
 
     void endDuringARequest(int signal = SIGTERM) {
-        ASSERT_TRUE(trial::eventually([&] { return running("HavrelFetch") == 1; }));
+        ASSERT_TRUE(trial::eventually([&] { return running("HavrelFetch") > 0; }));
         daemon->signal(signal);
         ASSERT_TRUE(daemon->waitForEnd(2s).has_value()) << "the request went on";
-        EXPECT_EQ(running("HavrelFetch"), 0);
+        EXPECT_TRUE(trial::eventually([&] { return running("HavrelFetch") == 0; }, 2s));
     }
 
     /// How many of the daemon's children, and theirs, have that name.
@@ -41,16 +41,13 @@ class ProcessEndTest : public DaemonTest {
 TEST_F(ProcessEndTest, DoesNotWaitForTheStartUp) {
     machine.service.receive(trial::WebManner::stallAfterTls);
     start();
-    ASSERT_TRUE(trial::eventually([&] { return machine.service.connections() > 0; }));
     endDuringARequest();
 }
 
 TEST_F(ProcessEndTest, DoesNotWaitForAStalledRequest) {
     startUp();
-    const std::size_t before = machine.service.connections();
     machine.service.receive(trial::WebManner::stallAfterTls);
     client.post("UNInstallAction");
-    ASSERT_TRUE(trial::eventually([&] { return machine.service.connections() > before; }));
     endDuringARequest(SIGINT);
 }
 
