@@ -7,6 +7,7 @@
 #include "trial/support/web_service.h"
 
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <future>
 #include <grp.h>
@@ -78,6 +79,7 @@ TEST_F(Fetcher, RunsWithoutRightsAndWithBounds) {
 
 /// Ends with status 0 if the attempt succeeds.
 void tryInSandbox(void (*attempt)()) {
+    std::fflush(nullptr); // what is left could no longer go to a file
     sandbox::enter(::geteuid() == 0 ? std::optional(sandbox::User{65534, 65534}) : std::nullopt);
     attempt();
     ::_exit(0);
