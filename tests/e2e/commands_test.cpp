@@ -238,8 +238,10 @@ TEST_F(CommandTest, GoesOnWhateverTheServiceAnswers) {
         const long before = trial::peakMemory(daemon->id());
         machine.service.reset();
         machine.service.answerWith([&](const trial::WebRequest&) { return hostile.answer; });
+        setPreferences({{"ComputerSleep", "45"}});
         client.post("UNInstallAction");
         EXPECT_EQ(callsUntilHandled(), Lines{uninstaller + "1"});
+        EXPECT_EQ(preferences().at("ComputerSleep"), Value(""));
         EXPECT_GE(machine.service.connections(), 2U);
         EXPECT_LT(trial::peakMemory(daemon->id()), before + 10'000) << "kilobytes";
     }

@@ -4,6 +4,7 @@
 #include "web/AnswerMember.h"
 #include "web/HVLConnectionUtil.h"
 #include "web/HVLIPAddressUtil.h"
+#include "web/HVLUrl.h"
 
 using namespace havrel;
 using namespace testing;
@@ -39,6 +40,13 @@ TEST_F(WebRequest, GetsTheWholeUrlAndCutsALongVersion) {
     EXPECT_EQ(sent.url, "https://host/path?b");
     EXPECT_EQ(sent.body, std::nullopt);
     EXPECT_THAT(sent.headers, ElementsAre(Pair("User-Agent", "Havrel Mac:" + std::string(256, 'x'))));
+}
+
+TEST_F(WebRequest, GoesToTheHostOfItsKind) {
+    EXPECT_EQ(HVLUrl::getStringUrlBaseNET("/a b"), "https://service.test/a b");
+    EXPECT_EQ(HVLUrl::getStringUrlBaseCOM("/a"), "https://site.test/a");
+    EXPECT_EQ(HVLUrl::getStringUrlBaseWeb("/a"), "https://app.test:8443/a");
+    EXPECT_EQ(HVLUrl::getStringUrlBaseTest("/a"), "https://192.0.2.1/a");
 }
 
 TEST_F(WebRequest, TellsTextErrorAnswersAndTransportFailuresApart) {
