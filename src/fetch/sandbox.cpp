@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <seccomp.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <system_error>
@@ -71,13 +72,16 @@ constexpr int forbiddenCalls[] = {
     // processes, this user's others included
     SCMP_SYS(fork), SCMP_SYS(vfork), SCMP_SYS(ptrace), SCMP_SYS(process_vm_readv), SCMP_SYS(process_vm_writev),
     SCMP_SYS(pidfd_open), SCMP_SYS(pidfd_getfd), SCMP_SYS(pidfd_send_signal), SCMP_SYS(kill), SCMP_SYS(tkill),
-    SCMP_SYS(rt_sigqueueinfo), SCMP_SYS(rt_tgsigqueueinfo),
+    SCMP_SYS(rt_sigqueueinfo), SCMP_SYS(rt_tgsigqueueinfo), SCMP_SYS(setpgid), SCMP_SYS(setsid),
     // files
     SCMP_SYS(creat), SCMP_SYS(truncate), SCMP_SYS(mkdir), SCMP_SYS(mkdirat), SCMP_SYS(rmdir), SCMP_SYS(mknod),
     SCMP_SYS(mknodat), SCMP_SYS(link), SCMP_SYS(linkat), SCMP_SYS(symlink), SCMP_SYS(symlinkat), SCMP_SYS(unlink),
     SCMP_SYS(unlinkat), SCMP_SYS(rename), SCMP_SYS(renameat), SCMP_SYS(renameat2), SCMP_SYS(chmod), SCMP_SYS(fchmod),
     SCMP_SYS(fchmodat), SCMP_SYS(chown), SCMP_SYS(lchown), SCMP_SYS(fchown), SCMP_SYS(fchownat), SCMP_SYS(setxattr),
-    SCMP_SYS(lsetxattr), SCMP_SYS(fsetxattr), SCMP_SYS(open_by_handle_at), SCMP_SYS(openat2),
+    SCMP_SYS(lsetxattr), SCMP_SYS(fsetxattr), SCMP_SYS(removexattr), SCMP_SYS(lremovexattr), SCMP_SYS(fremovexattr),
+    SCMP_SYS(utimensat), SCMP_SYS(open_by_handle_at), SCMP_SYS(openat2),
+    // memory that no bound counts and that stays
+    SCMP_SYS(shmget), SCMP_SYS(msgget), SCMP_SYS(semget),
     // the kernel's wide doors
     SCMP_SYS(io_uring_setup), SCMP_SYS(bpf), SCMP_SYS(userfaultfd), SCMP_SYS(perf_event_open), SCMP_SYS(unshare),
     SCMP_SYS(setns), SCMP_SYS(mount), SCMP_SYS(fsopen), SCMP_SYS(open_tree), SCMP_SYS(add_key), SCMP_SYS(request_key),
@@ -114,6 +118,9 @@ scmp_arg_cmp has(unsigned argument, scmp_datum_t bits, scmp_datum_t value) {
     return {argument, SCMP_CMP_MASKED_EQ, bits, value};
 }
 
+/// Of an argument that is an int the kernel looks at the lower half only.
+constexpr scmp_datum_t anyInt = 0xffff'ffff;
+
 void filterSystemCalls() {
     Filter filter;
     for (const int call : forbiddenCalls) {
@@ -128,6 +135,13 @@ void filterSystemCalls() {
     // the C library calls clone.
     filter.forbid(SCMP_SYS(clone), has(0, CLONE_THREAD, 0));
     filter.hide(SCMP_SYS(clone3));
+    filter.forbid(SCMP_SYS(prctl), has(0, anyInt, PR_SET_PDEATHSIG));
+    filter.forbid(SCMP_SYS(prlimit64), scmp_arg_cmp{0, SCMP_CMP_NE, 0, 0});
+    filter.forbid(SCMP_SYS(fcntl), has(1, anyInt, F_SETOWN));
+    filter.forbid(SCMP_SYS(fcntl), has(1, anyInt, F_SETOWN_EX));
+    // A terminal's input may be a shell's of root.
+    filter.forbid(SCMP_SYS(ioctl), has(1, anyInt, TIOCSTI));
+    filter.forbid(SCMP_SYS(ioctl), has(1, anyInt, TIOCLINUX));
     filter.forbid(SCMP_SYS(tgkill), scmp_arg_cmp{0, SCMP_CMP_NE, static_cast<scmp_datum_t>(::getpid()), 0});
     filter.load();
 }

@@ -16,7 +16,8 @@ struct User {
 /// - gains no privilege by any program, leaves no core file and can't be looked into;
 /// - dies with the thread that started it;
 /// - has bounds on its memory and descriptors, and on its user's processes;
-/// - is killed when it starts a program or a process, looks into or signals another one, or changes a file.
+/// - is killed when it starts a program or a process, looks into or signals another one, changes a file, types into a
+///   terminal, leaves its process group or takes memory that outlives it.
 /// Throws std::system_error when anything of this can't be had.
 void enter(const std::optional<User>& user);
 

@@ -159,18 +159,21 @@ std::size_t receiveHeader(const char* /*bytes*/, std::size_t /*one*/, std::size_
 /// Whether the server has ended the connection by TLS's own goodbye. Without it anybody on the way may have cut the
 /// answer, which the library takes for its end where it has no length.
 struct Goodbye {
+    const SSL_CTX* server = nullptr; // the context of the last connection: a proxy's comes before
     bool hasCome = false;
 };
 
 void noteAlert(const SSL* connection, int what, int alert) {
-    if (what == SSL_CB_READ_ALERT && (alert & 0xff) == SSL_AD_CLOSE_NOTIFY) {
-        static_cast<Goodbye*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection)))->hasCome = true;
+    const SSL_CTX* context = SSL_get_SSL_CTX(connection);
+    auto& goodbye = *static_cast<Goodbye*>(SSL_CTX_get_app_data(context));
+    if (what == SSL_CB_READ_ALERT && (alert & 0xff) == SSL_AD_CLOSE_NOTIFY && context == goodbye.server) {
+        goodbye.hasCome = true;
     }
 }
 
 /// Called before each TLS connection of a transfer.
 CURLcode watchForGoodbye(CURL* /*handle*/, void* context, void* goodbye) {
-    static_cast<Goodbye*>(goodbye)->hasCome = false;
+    *static_cast<Goodbye*>(goodbye) = {.server = static_cast<SSL_CTX*>(context)};
     SSL_CTX_set_app_data(static_cast<SSL_CTX*>(context), goodbye);
     SSL_CTX_set_info_callback(static_cast<SSL_CTX*>(context), &noteAlert);
     return CURLE_OK;

@@ -51,6 +51,14 @@ TEST_F(ProcessEndTest, DoesNotWaitForAStalledRequest) {
     endDuringARequest(SIGINT);
 }
 
+TEST_F(ProcessEndTest, LeavesNoRequestWhenItIsKilled) {
+    machine.service.receive(trial::WebManner::stallAfterTls);
+    start();
+    endDuringARequest(SIGKILL);
+    machine.service.reset();
+    startUp(); // for `TearDown`
+}
+
 TEST_F(ProcessEndTest, DoesNotWaitForASlowTool) {
     machine.tools.script("killall", "exec sleep 60");
     startUp();

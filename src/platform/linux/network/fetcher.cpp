@@ -104,7 +104,7 @@ class Conversation {
 
     /// Ends the program. Returns its wait status.
     int kill() {
-        ::kill(-child_->pid(), SIGKILL); // changes nothing when it has ended by itself
+        child_->kill(); // changes nothing when it has ended by itself
         return child_->wait();
     }
 
@@ -164,12 +164,8 @@ std::string program() {
 }
 
 fetch::Outcome perform(const std::string& program, const fetch::Request& request) {
-    try {
-        const auto message = fetch::encode(request);
-        return message ? converse(program, *message, request) : fetch::transportError(-1, "The request is too long.");
-    } catch (const std::exception& error) {
-        return fetch::transportError(-1, error.what());
-    }
+    const auto message = fetch::encode(request);
+    return message ? converse(program, *message, request) : fetch::transportError(-1, "The request is too long.");
 }
 
 void endAll() { ::eventfd_write(endEvent().get(), 1); }

@@ -95,11 +95,15 @@ bool isAddress(int family, const std::string& text) {
 } // namespace
 
 std::optional<std::string> sendSynchronousRequest(const Request& request, std::optional<Error>& error) {
-    fetch::Outcome outcome = send(request);
-    if (auto* answer = std::get_if<std::string>(&outcome)) {
-        return std::move(*answer);
+    try {
+        fetch::Outcome outcome = send(request);
+        if (auto* answer = std::get_if<std::string>(&outcome)) {
+            return std::move(*answer);
+        }
+        error = std::get<Error>(std::move(outcome));
+    } catch (const std::exception& failure) { // no descriptor, no memory, no HavrelFetch
+        error = fetch::transportError(-1, failure.what());
     }
-    error = std::get<Error>(std::move(outcome));
     return std::nullopt;
 }
 

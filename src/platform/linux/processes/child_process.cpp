@@ -136,9 +136,14 @@ Child::Child(const std::string& program, const std::vector<std::string>& argumen
 
 Child::~Child() {
     if (pid_ > 0) {
-        ::kill(-pid_, SIGKILL);
+        kill();
         wait();
     }
+}
+
+void Child::kill() const {
+    ::kill(-pid_, SIGKILL);
+    ::kill(pid_, SIGKILL); // it may have left its group
 }
 
 int Child::wait() {

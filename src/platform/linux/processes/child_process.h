@@ -55,6 +55,9 @@ class Child {
     /// Also the number of its process group.
     pid_t pid() const { return pid_; }
 
+    /// Ends the child and whatever is in its group. Before `wait`.
+    void kill() const;
+
     /// The raw wait status, -1 when somebody else has taken it. To be called once at most.
     int wait();
 
