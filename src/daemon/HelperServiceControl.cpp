@@ -53,8 +53,8 @@ void Helper::disableAction() {
     platform::clock::sleep(1s);
     if (!hostPreferences().isInstanstAccessEnabled()) {
         system("launchctl unload /Library/LaunchDaemons/com.Dravex.HVLDaemonHost.plist");
+        service_status::noteHostService(false);
     }
-    service_status::noteHostService(false);
 }
 
 void Helper::restartService() {

@@ -85,6 +85,7 @@ class HelperMachine(Machine):
         """Starts the helper anew and has it fetch the proxies and measure all."""
         # The end of an earlier pass would take the marker away.
         self.run("systemctl", "stop", UNIT)
+        self.service.requests.clear()
         self.write(MARKER, "")
         self.path(BEST_PROXIES).unlink(missing_ok=True)
         self.run("systemctl", "start", "--no-block", UNIT)

@@ -23,6 +23,7 @@ mkdir {SCRATCH}/upper {SCRATCH}/work {SCRATCH}/root
 mount -t overlay overlay -o lowerdir=/,upperdir={SCRATCH}/upper,workdir={SCRATCH}/work {SCRATCH}/root
 mount -t tmpfs tmpfs /run
 mount -t cgroup2 cgroup2 /sys/fs/cgroup
+rmdir "$(mktemp --directory /sys/fs/cgroup/havrel-booted-XXXXXX)"
 ip link set lo up"""
 
 

@@ -50,9 +50,8 @@ class WebService:
         return any(text in request for request in self.requests)
 
     def stall(self):
-        """Forgets the requests, and answers none before `go_on`."""
+        """Answers no request before `go_on`."""
         self.answering.clear()
-        self.requests.clear()
 
     def go_on(self):
         self.answering.set()
