@@ -73,6 +73,7 @@ void distributed_center::post(const std::string& name, const std::string& object
 
 void distributed_center::flush(std::chrono::milliseconds /*timeout*/) {}
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): nobody is told of a bus that is always there
 void distributed_center::watchConnection(std::function<void(bool isReachable)> /*watcher*/) {}
 
 ObservationPtr workspace_center::addObserver(const std::string& name, NotificationHandler handler) {

@@ -16,6 +16,7 @@
 #include <sys/ptrace.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
+#include <tuple>
 
 using namespace platform;
 using namespace std::literals;
@@ -109,7 +110,7 @@ TEST(Sandbox, KillsWhatDoesMoreThanATransfer) {
         {"another group", [] { ::setpgid(0, ::getpgid(::getppid())); }},
         {"a longer life", [] { ::prctl(PR_SET_PDEATHSIG, 0); }},
         {"a terminal's input", [] { ::ioctl(0, TIOCSTI, ""); }},
-        {"memory that stays", [] { ::shmget(IPC_PRIVATE, 4096, 0600); }},
+        {"memory that stays", [] { std::ignore = ::shmget(IPC_PRIVATE, 4096, 0600); }},
         {"a file to write", [] { ::open("/dev/null", O_WRONLY | O_CLOEXEC); }},
         {"a new file", [] { ::open("/dev/null", O_RDONLY | O_CREAT | O_CLOEXEC, 0600); }},
     };

@@ -26,8 +26,10 @@ static thread_local std::vector<std::string> flushed;
 
 static std::atomic<bool> isDiskBad{false};
 
-// In place of the C library's.
-extern "C" ssize_t read(int descriptor, void* buffer, std::size_t size) {
+// In place of the C library's, whose headers have a body of their own for read.
+extern "C" ssize_t readFromDisk(int descriptor, void* buffer, std::size_t size) __asm__("read");
+
+extern "C" ssize_t readFromDisk(int descriptor, void* buffer, std::size_t size) {
     return isDiskBad ? (errno = EIO, -1) : syscall(SYS_read, descriptor, buffer, size);
 }
 
