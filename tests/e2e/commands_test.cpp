@@ -237,7 +237,7 @@ TEST_F(CommandTest, GoesOnWhateverTheServiceAnswers) {
         SCOPED_TRACE(hostile.name);
         const long before = trial::peakMemory(daemon->id());
         machine.service.reset();
-        machine.service.answerWith([&](const trial::WebRequest&) { return hostile.answer; });
+        machine.service.answerWith([answer = hostile.answer](const trial::WebRequest&) { return answer; });
         setPreferences({{"ComputerSleep", "45"}});
         client.post("UNInstallAction");
         EXPECT_EQ(callsUntilHandled(), Lines{uninstaller + "1"});
