@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <fcntl.h>
+#include <fstream>
 #include <optional>
 #include <sched.h>
 #include <sys/mount.h>
@@ -217,10 +218,16 @@ TEST_F(FileSystemEvents, HandOnWhatWaitsAtTheEndAndLeaveNoDescriptor) {
     EXPECT_EQ(support::openDescriptors(), before);
 }
 
-/// In a mount namespace of its own: nobody else sees what is mounted. For the process of a death test.
+/// In a mount namespace of its own, as its root: nobody else sees what is mounted. For the process of a death test.
 void leaveForAnotherNamespace() {
-    const int flags = CLONE_NEWNS | (::geteuid() == 0 ? 0 : CLONE_NEWUSER);
-    ASSERT_EQ(::unshare(flags), 0);
+    const auto user = ::geteuid();
+    const auto group = ::getegid();
+    ASSERT_EQ(::unshare(user == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER), 0);
+    if (user != 0) {
+        std::ofstream("/proc/self/setgroups") << "deny";
+        std::ofstream("/proc/self/uid_map") << 0 << ' ' << user << ' ' << 1;
+        std::ofstream("/proc/self/gid_map") << 0 << ' ' << group << ' ' << 1;
+    }
     ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
 }
 
