@@ -10,6 +10,7 @@
 #include "prefs/HVLUserPrefManager.h"
 #include "util/ProductPaths.h"
 #include "util/ServiceStatus.h"
+#include "web/SystemStart.h"
 
 namespace havrel {
 
@@ -17,7 +18,6 @@ namespace {
 
 using platform::processes::system;
 namespace text = platform::text;
-using namespace std::chrono_literals;
 
 /// White space alone counts as no ID.
 bool isMissing(const std::optional<std::string>& id) { return !id || text::trimWhiteSpace(*id).empty(); }
@@ -58,6 +58,9 @@ void Helper::makeSupportFolderWritable() {
 void Helper::startPlistManager() {
     plistManagerForSystem_ = std::make_unique<HVLPlistManager>();
     plistManagerForSystem_->startPlistUpdateManager();
+    if (isNetworkExpected()) {
+        defer(isNetworkExpected, [this] { plistManagerForSystem_->startPlistUpdateManager(); });
+    }
 }
 
 void Helper::startPingManager() {
@@ -114,7 +117,7 @@ void Helper::settleUniqueId() {
     std::optional<std::string> uniqueId = platform::textOf(hostPreferences().uniqueID());
     if (isMissing(uniqueId)) {
         if (isInterfaceExpected()) {
-            settleUniqueIdLater();
+            defer([this] { return isInterfaceExpected(); }, [this] { settleUniqueId(); });
             return;
         }
         uniqueId = fetchUniqueId();
@@ -124,15 +127,6 @@ void Helper::settleUniqueId() {
     }
     hostPreferences().setUniqueID(uniqueId);
     HVLUserPrefManager::sharedHVLUserPrefManager().viewerPref().setUniqueID(uniqueId);
-}
-
-void Helper::settleUniqueIdLater() {
-    uniqueIdTimer_ = std::make_unique<platform::RepeatingTimer>(platform::RunLoop::main(), 1s, [this] {
-        if (!isInterfaceExpected()) {
-            const auto ended = std::move(uniqueIdTimer_); // outlives this call, which is the timer's own
-            settleUniqueId();
-        }
-    });
 }
 
 void Helper::settleHostService() {

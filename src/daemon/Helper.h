@@ -3,7 +3,6 @@
 
 #include "foundation/value.h"
 #include "platform/notifications.h"
-#include "platform/run_loop.h"
 #include "proxy/HVLPingManager.h"
 #include "proxy/HVLPlistManager.h"
 #include "web/HostIdentity.h"
@@ -88,13 +87,13 @@ class Helper : public HostIdentity {
     // The start-up sequence, in this order
 
     void makeSupportFolderWritable();
+    /// Once more when the network is there, if it is still expected.
     void startPlistManager();
     void startPingManager();
     void observeCommands();
     void queryPrinter();
-    void settleUniqueId();
     /// Once there is an interface to take it from, or none is expected any more; start-up goes on meanwhile.
-    void settleUniqueIdLater();
+    void settleUniqueId();
     void settleComputerSleep();
     void settleDisplaySleep();
     void settleHostService();
@@ -118,8 +117,6 @@ class Helper : public HostIdentity {
     std::string computerSleep_;
     std::string displaySleep_;
     std::vector<platform::ObservationPtr> observations_;
-    /// Null but while the ID is to be settled later.
-    std::unique_ptr<platform::RepeatingTimer> uniqueIdTimer_;
 };
 
 } // namespace havrel

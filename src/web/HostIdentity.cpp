@@ -9,10 +9,10 @@
 #include "prefs/HVLUserPrefManager.h"
 #include "web/CloneRule.h"
 #include "web/NSStringHVL.h"
+#include "web/SystemStart.h"
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 
 namespace havrel {
 
@@ -25,8 +25,6 @@ using platform::Value;
 
 using registry::failure;
 using registry::success;
-
-constexpr std::chrono::seconds startOfSystem{60};
 
 constexpr std::size_t addressSize = 6;
 using MacAddress = std::array<std::uint8_t, addressSize>;
@@ -65,8 +63,7 @@ std::string HostIdentity::fetchUniqueId() const {
 
 bool HostIdentity::isInterfaceExpected() const {
     Interfaces interfaces;
-    return platform::system_info::uptime().value_or(startOfSystem) < startOfSystem &&
-           FindEthernetInterfaces(interfaces) == success && interfaces.empty();
+    return isSystemStarting() && FindEthernetInterfaces(interfaces) == success && interfaces.empty();
 }
 
 HostIdentity::Status HostIdentity::FindEthernetInterfaces(Interfaces& matchingServices) const {
@@ -137,7 +134,12 @@ void HostIdentity::validateCloneCaseWithSerialNumber() {
     }
     log("Helper : Saved serial number doesnt match with System serial number");
     takeNewIdentity(*serialNumber);
-    if (hostPreferences().isServiceEnabled()) {
+    if (!hostPreferences().isServiceEnabled()) {
+        return;
+    }
+    if (isNetworkExpected()) {
+        defer(isNetworkExpected, [this] { registerNewHost(); });
+    } else {
         registerNewHost();
     }
 }
@@ -172,6 +174,10 @@ void HostIdentity::takeNewHostDescription() const {
     const std::string distinct = describeClone(*description, randomNumberBetween(10000, 99999));
     hostPreferences().setHostDecription(distinct);
     log("Helper : Cloned case - update Host Description : %@", distinct);
+}
+
+void HostIdentity::defer(std::function<bool()> isExpected, std::function<void()> work) {
+    deferredWork_.push_back(std::make_unique<DeferredWork>(std::move(isExpected), std::move(work)));
 }
 
 void HostIdentity::registerNewHost() {

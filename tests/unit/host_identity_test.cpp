@@ -90,6 +90,7 @@ TEST_F(Identity, WaitsForAnInterfaceWhileTheSystemStarts) {
         {"none appears", {}, 60s, "00:00:00:00:00:00"},
     };
 
+    fakes::network::interfaces({{{"wlan0", true, "192.0.2.7"}}});
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         fakes::machine::interfaces({});
@@ -99,6 +100,7 @@ TEST_F(Identity, WaitsForAnInterfaceWhileTheSystemStarts) {
         EXPECT_EQ(hostPreferences().uniqueID(), std::nullopt);
         fakes::machine::interfaces(row.interfaces);
         fakes::machine::uptime(row.uptime);
+        fakes::clock::advance();
         fakes::clock::advance();
         EXPECT_EQ(hostPreferences().uniqueID(), row.settled);
     }
@@ -160,6 +162,23 @@ TEST_F(Clone, RegistersWithTheServiceEnabled) {
     EXPECT_THAT(takeLog(hostLog),
                 testing::IsSupersetOf({"Helper : Cloned case - update machineId with System MAC Address : C/2",
                                        "Clone : Update host Info : DONE"}));
+}
+
+TEST_F(Clone, RegistersOnceTheNetworkIsThere) {
+    fakes::machine::serialNumber("C2");
+    fakes::machine::uptime(2s);
+    hostPreferences().setSerialNumber("C1");
+    hostPreferences().setIsServiceEnabled(true);
+    HostIdentity clone;
+    clone.validateCloneCaseWithSerialNumber();
+    EXPECT_EQ(hostPreferences().uniqueID(), "C2");
+    fakes::clock::advance();
+    fakes::clock::advance();
+    EXPECT_EQ(fakes::network::requests().size(), 0U);
+    fakes::network::interfaces({{{"eth0", true, "192.0.2.7"}}});
+    fakes::clock::advance();
+    fakes::clock::advance();
+    EXPECT_EQ(fakes::network::requests().size(), 2U);
 }
 
 TEST_F(Clone, StoresWhatTheServiceHandsOut) {
