@@ -195,6 +195,7 @@ def _(machine):
     machine.run("gio", "trash", "/Applications/HavrelHost.app", user=MEMBER)
     eventually(lambda: machine.read("/root/uninstalled") == "1\n", "the uninstaller deletes the configuration")
     eventually(lambda: not machine.exists("/var/lib/dpkg/info/havrel-helper.list"), "the package is gone")
+    eventually(lambda: not machine.processes("apt-get"), "the uninstaller has ended")
     expect(machine.service.asked("delete_havrel_account.cgi client_id=7"), True, "the account is deleted")
     expect(machine.service.asked("deactivate_machine.cgi"), True, "the machine is deactivated")
     expect(machine.failed_units(), machine.failed_before, "failed units")
@@ -205,9 +206,16 @@ def _(machine):
     expect(sorted(machine.files() - machine.files_before), [], "files")
 
 
-@check("an aborted removal brings the helper back", 30)
+@check("an aborted upgrade leaves the helper active", 30)
 def _(machine):
     machine.install()
+    machine.refusal("dpkg", "--install", machine.newer_package(preinst="#!/bin/sh\nexit 1\n"))
+    eventually(lambda: machine.is_active(UNIT), "it is active")
+    expect(machine.run("dpkg", "--audit"), "", "packages to be mended")
+
+
+@check("an aborted removal brings the helper back", 30)
+def _(machine):
     machine.run("sh", "-c", "echo exit 1 >>/var/lib/dpkg/info/havrel-helper.prerm")
     machine.refusal("dpkg", "--remove", "havrel-helper")
     eventually(lambda: machine.is_active(UNIT), "it is active again")
@@ -234,10 +242,16 @@ def _(machine):
     machine.shut_down()
 
 
-@check("after a boot without a network the helper is active", 30)
+@check("after a boot without a network the helper is active, and fetches the proxies when there is one", 40)
 def _(machine):
     machine.boot()
     expect(machine.is_active(UNIT), True, "active")
+    machine.configure(ADDRESS)
+    machine.start_pass()
+    machine.run("systemctl", "start", UNIT)
+    expect(machine.service.asked(PROXY_LIST), False, "a request without a network")
+    machine.add_interface("02:00:5e:10:00:02")
+    eventually(lambda: machine.service.asked(PROXY_LIST), "a request")
 
 
 if __name__ == "__main__":

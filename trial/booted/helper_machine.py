@@ -4,7 +4,7 @@ import json
 import pathlib
 
 from booted.machine import SCRATCH, Machine, eventually
-from booted.web_service import WebService
+from booted.web_service import ADDRESS, WebService
 
 UNIT = "havrel-helper.service"
 SUPPORT = "/Library/Application Support"
@@ -47,10 +47,10 @@ class HelperMachine(Machine):
         self.write("/etc/systemd/system/poster.service",
                    f"[Unit]\nAfter={UNIT}\n[Service]\nType=oneshot\nExecStart={words}\n")
 
-    def add_interface(self, address):
-        """One with a default route, at whose other end nobody answers."""
-        for words in (f"link add lan address {address} type veth peer name away", "link set away up", "link set lan up",
-                      "address add 198.51.100.2/24 dev lan", "route add default via 198.51.100.1"):
+    def add_interface(self, mac):
+        """One with an address and a default route, at whose other end nobody answers."""
+        for words in (f"link add lan address {mac} type veth peer name away", "link set away up", "link set lan up",
+                      f"address add {ADDRESS}/24 dev lan", "route add default via 198.51.100.1"):
             self.run("ip", *words.split())
 
     def log_in(self, user):
@@ -64,9 +64,11 @@ class HelperMachine(Machine):
     def install(self, package=None):
         self.run("dpkg", "--install", package or self.package)
 
-    def newer_package(self):
-        """The same files in a package of a higher version."""
+    def newer_package(self, preinst="#!/bin/sh\n"):
+        """The same files in a package of a higher version, with this script that is run first."""
+        self.run("rm", "-rf", "/root/newer")
         self.run("dpkg-deb", "--raw-extract", self.package, "/root/newer")
+        self.write("/root/newer/DEBIAN/preinst", preinst, 0o755)
         self.run("sed", "-i", "/^Version: /s/$/+newer/", "/root/newer/DEBIAN/control")
         self.run("dpkg-deb", "--build", "/root/newer", "/root/newer.deb")
         return "/root/newer.deb"

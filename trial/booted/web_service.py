@@ -1,4 +1,4 @@
-"""The product's web service on this loopback: HTTPS that keeps every request and answers as scripted."""
+"""The product's web service on this machine: HTTPS that keeps every request and answers as scripted."""
 
 import http.server
 import ssl
@@ -6,13 +6,16 @@ import threading
 
 from booted.machine import run
 
+# Where it is reached besides the loopback, once an interface has it.
+ADDRESS = "198.51.100.2"
+
 
 class WebService:
     def __init__(self, folder):
         """Makes its certificate, its own trust anchor, in the folder."""
         self.anchor = folder / "anchor.pem"
         run("openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2",
-            "-subj", "/CN=Web service", "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1",
+            "-subj", "/CN=Web service", "-addext", f"subjectAltName=DNS:localhost,IP:127.0.0.1,IP:{ADDRESS}",
             "-keyout", folder / "key.pem", "-out", self.anchor)
         self.requests = []  # host, target and content of each
         self.answers = {}  # by path, without the query
@@ -36,7 +39,7 @@ class WebService:
             def log_message(self, *_):
                 pass
 
-        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        server = http.server.ThreadingHTTPServer(("", 0), Handler)
         server.daemon_threads = True
         server.handle_error = lambda *_: None  # a client that went away
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
