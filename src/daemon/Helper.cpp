@@ -10,7 +10,7 @@
 #include "prefs/HVLUserPrefManager.h"
 #include "util/ProductPaths.h"
 #include "util/ServiceStatus.h"
-#include "web/SystemStart.h"
+#include "util/SystemStart.h"
 
 namespace havrel {
 
@@ -56,25 +56,39 @@ void Helper::makeSupportFolderWritable() {
 }
 
 void Helper::startPlistManager() {
+    const bool isTooEarly = isNetworkExpected();
     plistManagerForSystem_ = std::make_unique<HVLPlistManager>();
     plistManagerForSystem_->startPlistUpdateManager();
-    if (isNetworkExpected()) {
+    if (isTooEarly) {
         defer(isNetworkExpected, [this] { plistManagerForSystem_->startPlistUpdateManager(); });
     }
 }
 
 void Helper::startPingManager() {
     pingManager_ = std::make_unique<HVLPingManager>();
-    pingManager_->startPingOnNewThread();
+    startPinging(*pingManager_);
+}
+
+void Helper::startPinging(HVLPingManager& manager) {
+    // Its first turn measures all; without a network that would be in vain, and the next such turn is a day away.
+    if (isNetworkExpected()) {
+        defer(isNetworkExpected, [&manager] { manager.startPingOnNewThread(); });
+    } else {
+        manager.startPingOnNewThread();
+    }
 }
 
 void Helper::replaceProxyManagers() {
     // The product starts its managers twice, before and after identity and sleep timers are settled.
-    replacedPingManagers_.push_back(std::move(pingManager_));
+    replacedPingManager_ = std::move(pingManager_);
     plistManagerForSystem_ = std::make_unique<HVLPlistManager>();
     pingManager_ = std::make_unique<HVLPingManager>();
     platform::diagnostics::contain("proxy list", [this] { plistManagerForSystem_->startPlistUpdateManager(); });
-    pingManager_->startPingOnNewThread();
+    startPinging(*pingManager_);
+}
+
+void Helper::defer(std::function<bool()> isExpected, std::function<void()> work) {
+    deferredWork_.push_back(std::make_unique<DeferredWork>(std::move(isExpected), std::move(work)));
 }
 
 void Helper::queryPrinter() { system("lpstat -d"); }

@@ -5,8 +5,10 @@
 #include "platform/notifications.h"
 #include "proxy/HVLPingManager.h"
 #include "proxy/HVLPlistManager.h"
+#include "util/SystemStart.h"
 #include "web/HostIdentity.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -101,6 +103,10 @@ class Helper : public HostIdentity {
     void observe(const std::string& name, void (Helper::*action)());
     void observe(const std::string& name, void (Helper::*action)(const platform::Notification&));
     void replaceProxyManagers();
+    /// When the network is there, if it is still expected.
+    void startPinging(HVLPingManager& manager);
+    /// Leaves work to the main loop until what it needs is there or no longer expected.
+    void defer(std::function<bool()> isExpected, std::function<void()> work);
     /// Tells the web service that host and viewer are gone, and forgets the sleep timers.
     void deregister();
     /// Settle a timer, in minutes, and store it.
@@ -112,11 +118,12 @@ class Helper : public HostIdentity {
     std::unique_ptr<HVLPlistManager> plistManagerForSystem_;
     std::unique_ptr<HVLPingManager> pingManager_;
     /// The first manager, replaced during start-up: it keeps measuring beside its successor.
-    std::vector<std::unique_ptr<HVLPingManager>> replacedPingManagers_;
+    std::unique_ptr<HVLPingManager> replacedPingManager_;
     /// The timers last settled: minutes as decimal text, or whatever an application has stored.
     std::string computerSleep_;
     std::string displaySleep_;
     std::vector<platform::ObservationPtr> observations_;
+    std::vector<std::unique_ptr<DeferredWork>> deferredWork_;
 };
 
 } // namespace havrel

@@ -43,6 +43,8 @@ struct InterfaceAddress {
 
 /// One entry for each address of each interface, in the system's order; nullopt when they can't be read.
 std::optional<std::vector<InterfaceAddress>> interfaceAddresses();
+/// Whether a default route is up, so that other networks can be reached.
+bool hasDefaultRoute();
 /// What this system calls its loopback.
 std::string loopbackInterface();
 /// What this system calls its primary wired interface; empty without one.

@@ -57,21 +57,23 @@ HVLPingHostPtr HVLPingHost::initWithHostName(std::optional<std::string> hostName
 
 HVLPingHostPtr HVLPingHost::copyWithZone() const { return initWithHostName(hostName(), ipAddr()); }
 
-void HVLPingHost::pingToProxyNow() {
+bool HVLPingHost::pingToProxyNow() {
     try {
         const std::optional<std::string> address = ipAddr();
         if (!address) {
-            return;
+            return false;
         }
         const std::optional<std::string> output = text::decodeUtf8(platform::processes::ping(*address));
         const std::optional<std::string> minimum = output ? minimumIn(*output) : std::nullopt;
         // The address may have been cleared while the ping ran.
         if (minimum && ipAddr()) {
             setPingTime(wholeMilliseconds(*minimum));
+            return true;
         }
     } catch (...) {
         // A failed measurement keeps the old latency.
     }
+    return false;
 }
 
 std::string HVLPingHost::toJSON() const {

@@ -31,8 +31,8 @@ class HVLPingHost {
     std::shared_ptr<HVLPingHost> copyWithZone() const;
 
     /// Pings the address and stores the minimum round-trip time, at least 1; keeps the old latency if there was no
-    /// reply. Blocks for about six seconds. Never throws.
-    void pingToProxyNow();
+    /// reply. Blocks for about six seconds. Whether there was one; never throws.
+    bool pingToProxyNow();
 
     /// `name:latency`, the latency signed.
     std::string toJSON() const;

@@ -8,10 +8,10 @@
 #include "platform/files.h"
 #include "platform/memory.h"
 #include "prefs/HVLUserPrefManager.h"
-#include "proxy/HVLPingOperation.h"
 #include "util/ProductPaths.h"
 #include "util/ServiceStatus.h"
 
+#include <algorithm>
 #include <functional>
 #include <system_error>
 #include <utility>
@@ -368,13 +368,15 @@ void HVLPingManager::refillBestProxies() {
     writeComplete(all, paths::proxies);
 }
 
-void HVLPingManager::addPings(const HVLPingMutableArray& list) {
-    if (!pingingQueue_) {
-        return;
+std::vector<std::shared_ptr<HVLPingOperation>> HVLPingManager::addPings(const HVLPingMutableArray& list) {
+    std::vector<std::shared_ptr<HVLPingOperation>> pings;
+    if (pingingQueue_) {
+        for (const HVLPingHostPtr& host : list) {
+            pings.push_back(HVLPingOperation::initWithPingHost(host));
+            pingingQueue_->addOperation(pings.back());
+        }
     }
-    for (const HVLPingHostPtr& host : list) {
-        pingingQueue_->addOperation(HVLPingOperation::initWithPingHost(host));
-    }
+    return pings;
 }
 
 /// False if the destructor has interrupted it.
@@ -383,14 +385,15 @@ bool HVLPingManager::pingAll(const HVLPingMutableArray& list, std::int32_t secon
         return false;
     }
     const service_status::Activity activity("measuring proxies");
-    addPings(list);
+    const auto pings = addPings(list);
     if (pingingQueue_) {
         for (std::int32_t i = 0; i < seconds && pingingQueue_->operationCount() > 0; ++i) {
             platform::clock::sleep(std::chrono::seconds(1), ending_.get_token());
         }
         pingingQueue_->cancelAllOperations();
     }
-    service_status::noteProxies(list.countNoZeroPingTimeProxies(), list.count());
+    service_status::noteProxies(static_cast<std::size_t>(std::ranges::count_if(pings, &HVLPingOperation::hasAnswered)),
+                                pings.size());
     return !ending_.stop_requested();
 }
 

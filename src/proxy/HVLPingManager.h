@@ -6,6 +6,7 @@
 #include "platform/notifications.h"
 #include "platform/run_loop.h"
 #include "proxy/HVLPingMutableArray.h"
+#include "proxy/HVLPingOperation.h"
 
 #include <atomic>
 #include <chrono>
@@ -156,7 +157,7 @@ class HVLPingManager {
     void readBestProxies();
     BestProxiesPtr newestBestProxies();
     static void refillBestProxies();
-    void addPings(const HVLPingMutableArray& list);
+    std::vector<std::shared_ptr<HVLPingOperation>> addPings(const HVLPingMutableArray& list);
     bool pingAll(const HVLPingMutableArray& list, std::int32_t seconds);
     void measureAllOnceCompleted();
 

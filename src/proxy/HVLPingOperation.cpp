@@ -10,7 +10,7 @@ std::shared_ptr<HVLPingOperation> HVLPingOperation::initWithPingHost(HVLPingHost
 
 void HVLPingOperation::main() {
     if (!isCancelled()) {
-        pingHost_->pingToProxyNow();
+        hasAnswered_ = pingHost_->pingToProxyNow();
     }
 }
 

@@ -4,6 +4,9 @@
 #include "foundation/operation_queue.h"
 #include "proxy/HVLPingHost.h"
 
+#include <atomic>
+#include <memory>
+
 namespace havrel {
 
 class HVLPingOperation : public platform::Operation {
@@ -14,10 +17,12 @@ class HVLPingOperation : public platform::Operation {
     /// Measures the record unless cancelled before; a running ping isn't interrupted.
     void main() override;
 
-    const HVLPingHostPtr& pingHost() const { return pingHost_; }
+    /// Whether it has measured the record. Thread-safe.
+    bool hasAnswered() const { return hasAnswered_; }
 
   private:
     HVLPingHostPtr pingHost_;
+    std::atomic<bool> hasAnswered_{false};
 };
 
 } // namespace havrel

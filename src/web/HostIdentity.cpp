@@ -7,9 +7,9 @@
 #include "platform/notifications.h"
 #include "platform/system_info.h"
 #include "prefs/HVLUserPrefManager.h"
+#include "util/SystemStart.h"
 #include "web/CloneRule.h"
 #include "web/NSStringHVL.h"
-#include "web/SystemStart.h"
 
 #include <algorithm>
 #include <array>
@@ -133,13 +133,9 @@ void HostIdentity::validateCloneCaseWithSerialNumber() {
         return;
     }
     log("Helper : Saved serial number doesnt match with System serial number");
+    awaitNetwork();
     takeNewIdentity(*serialNumber);
-    if (!hostPreferences().isServiceEnabled()) {
-        return;
-    }
-    if (isNetworkExpected()) {
-        defer(isNetworkExpected, [this] { registerNewHost(); });
-    } else {
+    if (hostPreferences().isServiceEnabled()) {
         registerNewHost();
     }
 }
@@ -174,10 +170,6 @@ void HostIdentity::takeNewHostDescription() const {
     const std::string distinct = describeClone(*description, randomNumberBetween(10000, 99999));
     hostPreferences().setHostDecription(distinct);
     log("Helper : Cloned case - update Host Description : %@", distinct);
-}
-
-void HostIdentity::defer(std::function<bool()> isExpected, std::function<void()> work) {
-    deferredWork_.push_back(std::make_unique<DeferredWork>(std::move(isExpected), std::move(work)));
 }
 
 void HostIdentity::registerNewHost() {

@@ -3,10 +3,8 @@
 
 #include "platform/device_registry.h"
 #include "web/HVLCloneHostRegistration.h"
-#include "web/SystemStart.h"
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -45,13 +43,9 @@ class HostIdentity {
     std::int64_t randomNumberBetween(std::int64_t minimum, std::int32_t maxNumber) const;
 
     /// Saves the serial number of a fresh installation. A clone gets an identity of its own and, if the host service
-    /// is enabled, is registered before this returns (two web requests); later, if the network is still expected, as
-    /// there is no second try.
+    /// is enabled, is registered before this returns (two web requests). As there is no second try, a clone first waits
+    /// for the network of a system that is just starting, with nothing stored yet.
     void validateCloneCaseWithSerialNumber();
-
-  protected:
-    /// Leaves work to the main loop until what it needs is there or no longer expected.
-    void defer(std::function<bool()> isExpected, std::function<void()> work);
 
   private:
     void takeNewIdentity(const std::string& serialNumber) const;
@@ -61,7 +55,6 @@ class HostIdentity {
 
     /// Created by a clone's registration and kept from then on.
     std::unique_ptr<HVLCloneHostRegistration> configureClient;
-    std::vector<std::unique_ptr<DeferredWork>> deferredWork_;
 };
 
 } // namespace havrel

@@ -17,6 +17,8 @@ std::optional<std::vector<network::InterfaceAddress>> network::interfaceAddresse
     return fakes::network::interfaces();
 }
 
+bool network::hasDefaultRoute() { return fakes::network::hasDefaultRoute(); }
+
 std::string network::loopbackInterface() { return "lo"; }
 
 std::string network::primaryInterface() { return "eth0"; }

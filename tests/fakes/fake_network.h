@@ -18,13 +18,15 @@ inline Steered<std::vector<Request>> requests;
 /// Answers requests on the caller's thread. Unset, each fails with a transport error.
 inline Steered<std::function<std::optional<std::string>(const Request&, std::optional<platform::Error>&)>> onRequest;
 inline Steered<std::optional<std::vector<platform::network::InterfaceAddress>>> interfaces;
+inline Steered<bool> hasDefaultRoute;
 inline Steered<ProxyTypes> proxyTypes;
 
-/// Forgets the requests. There is no server, no interface and no proxy.
+/// Forgets the requests. There is no server, no interface, no route and no proxy.
 inline void reset() {
     requests({});
     onRequest({});
     interfaces({{}});
+    hasDefaultRoute(false);
     proxyTypes({});
 }
 

@@ -90,7 +90,7 @@ TEST_F(Identity, WaitsForAnInterfaceWhileTheSystemStarts) {
         {"none appears", {}, 60s, "00:00:00:00:00:00"},
     };
 
-    fakes::network::interfaces({{{"wlan0", true, "192.0.2.7"}}});
+    fakes::network::hasDefaultRoute(true);
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         fakes::machine::interfaces({});
@@ -169,15 +169,14 @@ TEST_F(Clone, RegistersOnceTheNetworkIsThere) {
     fakes::machine::uptime(2s);
     hostPreferences().setSerialNumber("C1");
     hostPreferences().setIsServiceEnabled(true);
-    HostIdentity clone;
-    clone.validateCloneCaseWithSerialNumber();
-    EXPECT_EQ(hostPreferences().uniqueID(), "C2");
-    fakes::clock::advance();
-    fakes::clock::advance();
-    EXPECT_EQ(fakes::network::requests().size(), 0U);
-    fakes::network::interfaces({{{"eth0", true, "192.0.2.7"}}});
-    fakes::clock::advance();
-    fakes::clock::advance();
+    fakes::clock::onSleep([](std::chrono::nanoseconds) {
+        EXPECT_EQ(hostPreferences().serialNumber(), "C1") << "were it to end now, the next start would see no clone";
+        fakes::machine::interfaces({{0, addressA}});
+        fakes::network::hasDefaultRoute(true);
+    });
+    HostIdentity().validateCloneCaseWithSerialNumber();
+    EXPECT_EQ(fakes::clock::sleeps().size(), 2U) << "until there is a route, and a second more";
+    EXPECT_EQ(hostPreferences().uniqueID(), "0a:1b:2c:3d:4e:5f");
     EXPECT_EQ(fakes::network::requests().size(), 2U);
 }
 

@@ -1,9 +1,11 @@
 #include "prefs/HVLUserPrefManager.h"
+#include "support/ping_lists.h"
 #include "unit/helper_test.h"
 
 using namespace havrel;
 using namespace std::chrono_literals;
 using ServiceControl = HelperTest;
+using StartUp = HelperTest;
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -22,6 +24,24 @@ const std::string suiteRuns = "1 ?? /Applications/HavrelSuite.app/Contents/MacOS
 const std::string notLoaded = "Suite launch called from helper : 256";
 
 } // namespace
+
+TEST_F(StartUp, FetchesAndMeasuresOnceTheNetworkIsThere) {
+    helper.reset();
+    fakes::machine::uptime(2s);
+    fakes::processes::reset();
+    root.write(paths::hostInstallMarker, "");
+    support::pings("a:5").writeProxyOnFile(paths::proxies);
+    helper = std::make_unique<Helper>();
+    EXPECT_EQ(fakes::network::requests().size(), 2U) << "one of each proxy list manager, in vain";
+    EXPECT_THAT(fakes::processes::calls(), testing::Not(testing::Contains("ping ip-a")));
+    fakes::network::hasDefaultRoute(true);
+    for (int look = 1; look <= 3 * 2; ++look) { // two for the fetch and for each pinger
+        fakes::clock::advance();
+    }
+    fakes::clock::waitForSleepers(2);
+    EXPECT_EQ(fakes::network::requests().size(), 3U);
+    EXPECT_THAT(fakes::processes::calls(), testing::Contains("ping ip-a"));
+}
 
 TEST_F(ServiceControl, RelaunchesARunningSuiteIfThePreferenceAsks) {
     const struct {

@@ -125,6 +125,8 @@ std::optional<std::vector<InterfaceAddress>> interfaceAddresses() {
     return addresses;
 }
 
+bool hasDefaultRoute() { return network_interfaces::hasDefaultRoute(); }
+
 std::string loopbackInterface() { return "lo"; }
 
 std::string primaryInterface() { return network_interfaces::primary(); }

@@ -121,6 +121,8 @@ std::string attribute(const std::string& name, const std::string& attribute) {
     return text::trim(readSystemFile(folder + name + "/" + attribute).value_or(""), " \t\n");
 }
 
+bool hasDefaultRoute() { return !defaultRoutes().empty(); }
+
 std::string primary() {
     const auto routes = defaultRoutes();
     std::vector<Candidate> candidates;

@@ -1,4 +1,4 @@
-// What a system that is just starting may not have yet, and work that waits for it. Main thread only.
+// What a system that is just starting may not have yet, and how to wait for it. Main thread only.
 #pragma once
 
 #include "platform/run_loop.h"
@@ -11,15 +11,17 @@ namespace havrel {
 /// Whether the system has been up for less than a minute, so that drivers and network may just be late.
 bool isSystemStarting();
 
-/// Whether no interface has an IPv4 address yet, but the system is just starting.
+/// Whether there is no default route yet, but the system is just starting.
 bool isNetworkExpected();
+
+/// Blocks while the network is expected, and a second more: name servers come a moment after a route.
+void awaitNetwork();
 
 /// Work that the main loop does once, when what it needs is there or no longer expected. Destroyed earlier, it isn't
 /// done.
 class DeferredWork {
   public:
-    /// Looks once a second. The work is done at the second look that finds `isExpected` false, because routes and name
-    /// servers come a moment after an address.
+    /// Looks once a second. The work is done at the second look in a row that finds `isExpected` false.
     DeferredWork(std::function<bool()> isExpected, std::function<void()> work);
 
   private:
