@@ -55,6 +55,9 @@ TEST_F(ServiceManagerTest, ShowsHowTheDaemonFares) {
     start();
     EXPECT_TRUE(hears(testing::MatchesRegex("STATUS=Idle; bus reachable; web service reachable; "
                                             "3 of 3 proxies answered at ....-..-.. ..:..:..; host service on")));
+    machine.tools.script("ping", "exit 1");
+    client.post("HVLProxyStateChangedNotification");
+    EXPECT_TRUE(hears(HasSubstr("; 0 of 3 proxies answered at "))) << "their latencies are those of before";
     client.post("killAction");
     EXPECT_TRUE(hears(HasSubstr("Busy: killAction; "))) << "or the tool was given the manager's address";
     machine.bus.stop();
