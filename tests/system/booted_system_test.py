@@ -16,6 +16,7 @@ HANDLED = "HVLHelper :  close update"  # StopDownload was; a command that does n
 
 @check("a Debian boots", 60)
 def _(machine):
+    machine.add_interface()
     machine.boot()
     machine.remove_product()
     for user in (MEMBER, OTHER):
@@ -40,14 +41,6 @@ def _(machine):
 def _(machine):
     journal = machine.run("journalctl", f"--unit={UNIT}", "--output=cat")
     expect(journal.count("not set: HAVREL_WEB_SERVICE_HOST, HAVREL_API_HOST"), 1, f"times in {journal}")
-
-
-@check("the unique ID waits for the first interface", 30)
-def _(machine):
-    expect(machine.property_list(PREFERENCES).get("uniqueId"), None, "ID without an interface")
-    machine.add_interface("02:00:5e:10:00:01")
-    eventually(lambda: machine.property_list(PREFERENCES).get("uniqueId") == "02:00:5e:10:00:01", "it is stored")
-    machine.run("ip", "link", "delete", "lan")
 
 
 @check("a unit that posts right after the start is heard, 5 of 5", 30)
@@ -242,16 +235,21 @@ def _(machine):
     machine.shut_down()
 
 
-@check("after a boot without a network the helper is active, and fetches the proxies when there is one", 40)
+@check("booted without a network, the helper is active; with the network come unique ID and proxies", 60)
 def _(machine):
+    machine.remove_interface()
     machine.boot()
     expect(machine.is_active(UNIT), True, "active")
     machine.configure(ADDRESS)
+    machine.run("systemctl", "stop", UNIT)
+    machine.path(PREFERENCES).unlink()
     machine.start_pass()
     machine.run("systemctl", "start", UNIT)
     expect(machine.service.asked(PROXY_LIST), False, "a request without a network")
-    machine.add_interface("02:00:5e:10:00:02")
-    eventually(lambda: machine.service.asked(PROXY_LIST), "a request")
+    expect(machine.property_list(PREFERENCES).get("uniqueId"), None, "unique ID without an interface")
+    machine.add_interface()
+    machine.await_end_of_pass()
+    expect(machine.property_list(PREFERENCES)["uniqueId"], MAC, "unique ID")
 
 
 if __name__ == "__main__":

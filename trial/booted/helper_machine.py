@@ -3,7 +3,7 @@
 import json
 import pathlib
 
-from booted.machine import SCRATCH, Machine, eventually
+from booted.machine import SCRATCH, Machine, eventually, run
 from booted.web_service import ADDRESS, WebService
 
 UNIT = "havrel-helper.service"
@@ -18,6 +18,7 @@ HOST_LOG = f"{HOST}/HavrelHost7.log"
 PROXY_LIST = "/cgi-bin/hvl/v4/get_proxy_list.cgi"
 SYSTEMSETUP = "/usr/libexec/havrel/tools/systemsetup"
 INTERFACE = "com.Dravex.DistributedNotifications"
+MAC = "02:00:5e:10:00:01"
 # In and outside of group havrel.
 MEMBER = "havrel-ann"
 OTHER = "havrel-bob"
@@ -47,11 +48,14 @@ class HelperMachine(Machine):
         self.write("/etc/systemd/system/poster.service",
                    f"[Unit]\nAfter={UNIT}\n[Service]\nType=oneshot\nExecStart={words}\n")
 
-    def add_interface(self, mac):
+    def add_interface(self):
         """One with an address and a default route, at whose other end nobody answers."""
-        for words in (f"link add lan address {mac} type veth peer name away", "link set away up", "link set lan up",
+        for words in (f"link add lan address {MAC} type veth peer name away", "link set away up", "link set lan up",
                       f"address add {ADDRESS}/24 dev lan", "route add default via 198.51.100.1"):
-            self.run("ip", *words.split())
+            run("ip", *words.split())
+
+    def remove_interface(self):
+        run("ip", "link", "delete", "lan")
 
     def log_in(self, user):
         """A graphical session at the console."""
