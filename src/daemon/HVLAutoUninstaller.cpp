@@ -10,6 +10,7 @@
 #include "platform/processes.h"
 #include "platform/session.h"
 #include "prefs/HVLUserPrefManager.h"
+#include "util/ServiceStatus.h"
 #include "web/HVLIPAddressUtil.h"
 
 #include <algorithm>
@@ -231,6 +232,7 @@ void HVLAutoUninstaller::startTimerForPublicIPCheck() {
 }
 
 void HVLAutoUninstaller::checkHostPublicIpEveryHour() {
+    const service_status::Activity activity("checking the public address");
     // As it will be read back: an answer that is stored with less in it would count as a new address every hour.
     const std::string address = platform::property_list::storable(HVLIPAddressUtil::externalIPAddress());
     if (address == HVLIPAddressUtil::fallbackAddress) {
