@@ -26,7 +26,7 @@ namespace {
 using namespace std::chrono_literals;
 
 /// How long the main thread may take to end the process by itself.
-constexpr auto patience = 2s;
+constexpr auto patience = 500ms;
 /// How long the last lines, files and posts may take: a file system or a bus that hangs must not keep the process.
 constexpr auto closingTime = 1s;
 
