@@ -38,8 +38,8 @@ void post(const std::string& name, const std::string& object = {}, const std::op
 /// or until the time is over.
 void flush(std::chrono::milliseconds timeout = std::chrono::seconds(1));
 
-/// From now on tells the watcher, on a thread of the bus's own, when the bus was reached and when it was lost; the same
-/// may be told again. Called at most once, before the first post and observer.
+/// From now on tells the watcher, on a thread of the bus's own, that the bus is reached, also when it was before, and
+/// when it is lost; the same may be told again. Called at most once.
 void watchConnection(std::function<void(bool isReachable)> watcher);
 
 } // namespace distributed_center

@@ -70,7 +70,10 @@ class DistributedCenter : private BusListener {
         });
     }
 
-    void watchConnection(std::function<void(bool isReachable)> watcher) { watcher_.set(std::move(watcher)); }
+    void watchConnection(std::function<void(bool isReachable)> watcher) {
+        watcher_.set(std::move(watcher));
+        BusConnection::shared().send([this](sd_bus&) { tellWatcher(true); }); // it may have been reached before
+    }
 
   private:
     DistributedCenter() { BusConnection::shared().addListener(*this); }
