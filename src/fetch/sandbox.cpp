@@ -5,6 +5,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <grp.h>
+#include <linux/sockios.h>
 #include <memory>
 #include <poll.h>
 #include <sched.h>
@@ -79,9 +80,10 @@ constexpr int forbiddenCalls[] = {
     SCMP_SYS(unlinkat), SCMP_SYS(rename), SCMP_SYS(renameat), SCMP_SYS(renameat2), SCMP_SYS(chmod), SCMP_SYS(fchmod),
     SCMP_SYS(fchmodat), SCMP_SYS(chown), SCMP_SYS(lchown), SCMP_SYS(fchown), SCMP_SYS(fchownat), SCMP_SYS(setxattr),
     SCMP_SYS(lsetxattr), SCMP_SYS(fsetxattr), SCMP_SYS(removexattr), SCMP_SYS(lremovexattr), SCMP_SYS(fremovexattr),
-    SCMP_SYS(utimensat), SCMP_SYS(open_by_handle_at), SCMP_SYS(openat2),
+    SCMP_SYS(utime), SCMP_SYS(utimes), SCMP_SYS(futimesat), SCMP_SYS(utimensat), SCMP_SYS(open_by_handle_at),
+    SCMP_SYS(openat2),
     // memory that no bound counts and that stays
-    SCMP_SYS(shmget), SCMP_SYS(msgget), SCMP_SYS(semget),
+    SCMP_SYS(shmget), SCMP_SYS(msgget), SCMP_SYS(semget), SCMP_SYS(mq_open),
     // the kernel's wide doors
     SCMP_SYS(io_uring_setup), SCMP_SYS(bpf), SCMP_SYS(userfaultfd), SCMP_SYS(perf_event_open), SCMP_SYS(unshare),
     SCMP_SYS(setns), SCMP_SYS(mount), SCMP_SYS(fsopen), SCMP_SYS(open_tree), SCMP_SYS(add_key), SCMP_SYS(request_key),
@@ -137,8 +139,11 @@ void filterSystemCalls() {
     filter.hide(SCMP_SYS(clone3));
     filter.forbid(SCMP_SYS(prctl), has(0, anyInt, PR_SET_PDEATHSIG));
     filter.forbid(SCMP_SYS(prlimit64), scmp_arg_cmp{0, SCMP_CMP_NE, 0, 0});
+    // Whose process gets a signal when a descriptor is ready.
     filter.forbid(SCMP_SYS(fcntl), has(1, anyInt, F_SETOWN));
     filter.forbid(SCMP_SYS(fcntl), has(1, anyInt, F_SETOWN_EX));
+    filter.forbid(SCMP_SYS(ioctl), has(1, anyInt, FIOSETOWN));
+    filter.forbid(SCMP_SYS(ioctl), has(1, anyInt, SIOCSPGRP));
     // A terminal's input may be a shell's of root.
     filter.forbid(SCMP_SYS(ioctl), has(1, anyInt, TIOCSTI));
     filter.forbid(SCMP_SYS(ioctl), has(1, anyInt, TIOCLINUX));

@@ -18,6 +18,8 @@ struct User {
 /// - has bounds on its memory and descriptors, and on its user's processes;
 /// - is killed when it starts a program or a process, looks into or signals another one, changes a file, types into a
 ///   terminal, leaves its process group or takes memory that outlives it.
+/// What stays open is a socket bound to a name in a folder that everyone may write to, such as /tmp: the C library
+/// needs the call for its netlink sockets, and a filter can't see the address.
 /// Throws std::system_error when anything of this can't be had.
 void enter(const std::optional<User>& user);
 
