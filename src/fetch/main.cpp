@@ -4,10 +4,10 @@
 #include "fetch/message.h"
 #include "fetch/sandbox.h"
 #include "fetch/web_transfer.h"
+#include "foundation/numbers.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
 #include <exception>
 #include <malloc.h>
@@ -28,11 +28,10 @@ void require(bool isFine) {
     }
 }
 
-unsigned number(std::string_view text) {
-    unsigned value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    require(error == std::errc() && end == text.data() + text.size());
-    return value;
+unsigned number(std::string_view argument) {
+    const auto value = text::wholeNumber<unsigned>(argument);
+    require(value.has_value());
+    return *value;
 }
 
 std::optional<sandbox::User> userOf(std::span<char*> arguments) {

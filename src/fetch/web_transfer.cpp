@@ -1,10 +1,10 @@
 #include "fetch/web_transfer.h"
 
+#include "foundation/numbers.h"
 #include "foundation/text.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <curl/curl.h>
 #include <memory>
 #include <new>
@@ -189,16 +189,12 @@ std::vector<std::string_view> fieldsOf(CURL* handle, const char* name) {
     return values;
 }
 
-bool isLength(std::string_view text) {
-    curl_off_t length = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
 /// Whether the lengths differ or are no lengths: different readers would end the answer in different places.
 bool hasDoubtfulLength(CURL* handle) {
     const auto lengths = fieldsOf(handle, "Content-Length");
-    return std::ranges::any_of(lengths, [&](auto length) { return length != lengths.front() || !isLength(length); });
+    return std::ranges::any_of(lengths, [&](std::string_view length) {
+        return length != lengths.front() || !text::wholeNumber<curl_off_t>(length);
+    });
 }
 
 /// Whether only the end of the connection tells where the answer ends.
