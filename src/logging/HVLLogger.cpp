@@ -11,7 +11,6 @@
 #include "platform/system_info.h"
 #include "util/ProductPaths.h"
 
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -116,18 +115,18 @@ void HVLLogger::logString(std::optional<std::string> message) {
 void HVLLogger::drain() { serialQueue_.drain(); }
 
 void HVLLogger::writePending() {
-    std::vector<std::string> messages;
     {
         const std::lock_guard lock(mutex_);
-        messages = pending_.take();
-        writeQueued_ = false;
+        writeQueued_ = false; // from now on a line asks for a write of its own, which may find nothing left to do
     }
     const std::optional<std::string> path = logFilePath_.get();
-    if (!path) {
+    // When this throws, the lines wait for the next one.
+    std::optional<std::string> content = path ? endOfLog(*path) : std::nullopt;
+    const std::vector<std::string> messages = takePending();
+    if (!path || messages.empty()) {
         return;
     }
     const std::string timestamp = platform::clock::timestamp();
-    std::optional<std::string> content = endOfLog(*path);
     for (const std::string& message : messages) {
         if (content) {
             *content += '\n';
@@ -136,9 +135,12 @@ void HVLLogger::writePending() {
         }
         content->append(timestamp).append(" : ").append(message).append(" ");
     }
-    if (content) {
-        files::replace(*path, text::suffix(*content, maximumLength), files::Durability::cached);
-    }
+    files::replace(*path, text::suffix(*content, maximumLength), files::Durability::cached);
+}
+
+std::vector<std::string> HVLLogger::takePending() {
+    const std::lock_guard lock(mutex_);
+    return pending_.take();
 }
 
 } // namespace havrel

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace havrel {
 
@@ -20,7 +21,8 @@ namespace havrel {
 ///
 /// Each write reads the file, appends "\nyyyy-MM-dd HH:mm:ss : message ", cuts the beginning so that `maximumLength`
 /// characters remain, and replaces the file. A file that can't be read or isn't UTF-8 is replaced by the line alone,
-/// without the line break; of a file longer than 16 MiB only the end is looked at.
+/// without the line break; of a file longer than 16 MiB only the end is looked at. While nobody can tell what the file
+/// holds, for want of descriptors or memory or because the disk fails, lines wait for the next one that is logged.
 class HVLLogger {
   public:
     /// Of a log file, in UTF-16 code units.
@@ -46,7 +48,7 @@ class HVLLogger {
 
     /// Queues one line; nullopt writes nothing. Invalid UTF-8 is repaired.
     void logString(std::optional<std::string> message);
-    /// Blocks until all lines logged before the call are written.
+    /// Blocks until all lines logged before the call are written, or have been tried.
     void drain();
 
     std::optional<std::string> logFilePath() const { return logFilePath_.get(); }
@@ -62,6 +64,7 @@ class HVLLogger {
     static HVLLogger& shared(const std::string& path);
 
     void writePending();
+    std::vector<std::string> takePending();
 
     platform::Guarded<std::optional<std::string>> logFilePath_;
     /// Guards the two fields below.
