@@ -115,7 +115,7 @@ void HVLAutoUninstaller::launchLater(const std::exception& error) {
     report(std::string("trash watcher, tried again in a minute: ") + error.what());
     platform::RunLoop::main().perform([this] {
         launchRetry_ = std::make_unique<platform::RepeatingTimer>(platform::RunLoop::main(), 60s, [this] {
-            const auto ended = std::move(launchRetry_); // outlives this call, which is the timer's own
+            launchRetry_.reset();
             launchWather();
         });
     });
