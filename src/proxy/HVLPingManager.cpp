@@ -200,7 +200,7 @@ void HVLPingManager::startThread(ThreadBody body) {
         reportNoThread(error);
         startRetry_ = std::make_unique<platform::RepeatingTimer>(
             platform::RunLoop::main(), std::chrono::minutes(1), [this, body] {
-                const auto ended = std::move(startRetry_); // outlives this call, which is the timer's own
+                startRetry_.reset();
                 startThread(body);
             });
     }
@@ -256,7 +256,8 @@ void HVLPingManager::startPing() {
         return;
     }
     setPingToProxyDone(false);
-    doPingInTimeOut(fullMeasurement);
+    // Also when it fails, since applications take it to go on until they are told.
+    platform::diagnostics::contain("pinger", [this] { doPingInTimeOut(fullMeasurement); });
     if (!ending_.stop_requested()) {
         setPingToProxyDone(true);
         postBestProxiesFound();
