@@ -12,8 +12,6 @@ class Guarded {
   public:
     Guarded() = default;
 
-    explicit Guarded(T value) : value_(std::move(value)) {}
-
     Guarded(const Guarded&) = delete;
     Guarded& operator=(const Guarded&) = delete;
 
@@ -23,24 +21,15 @@ class Guarded {
     }
 
     /// The old value is destroyed after the mutex has been released.
-    void set(T value) { exchange(std::move(value)); }
-
-    /// The old value.
-    T exchange(T value) {
+    void set(T value) {
         const std::lock_guard lock(mutex_);
-        return std::exchange(value_, std::move(value));
+        std::swap(value_, value);
     }
 
     /// Calls `work` with the value, to read and change it in one step, and returns a copy of what `work` returns.
     /// `work` must neither use this object otherwise nor block.
     template <typename Work>
     auto with(Work&& work) {
-        const std::lock_guard lock(mutex_);
-        return std::forward<Work>(work)(value_);
-    }
-
-    template <typename Work>
-    auto with(Work&& work) const {
         const std::lock_guard lock(mutex_);
         return std::forward<Work>(work)(value_);
     }

@@ -12,7 +12,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <future>
+#include <iterator>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>

@@ -1,7 +1,5 @@
 #include "platform/linux/files/listing.h"
 
-#include <utility>
-
 namespace platform {
 
 void Listing::set(const Place& place, const std::optional<Item>& item) {

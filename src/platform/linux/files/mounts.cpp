@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <fcntl.h>
+#include <optional>
 #include <string_view>
 #include <sys/stat.h>
 

@@ -6,7 +6,6 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 
 namespace platform {
@@ -18,8 +17,8 @@ class Mounts {
     Mounts();
 
     /// Opens the folder at an absolute path below HAVREL_ROOT for its place alone (O_PATH), without asking anything of
-    /// a file system that may not answer. None when there is no such folder, a link is on the way, or it lies in such
-    /// a file system.
+    /// a file system that may not answer. None when there is no such folder or it lies in such a file system.
+    /// Links on the way are followed as platform/files.h says.
     Descriptor reach(const std::string& path) const;
 
     /// The topmost folder of the file system that the path lies in, or would lie in; "/" at the most.

@@ -11,7 +11,6 @@
 #include <list>
 #include <optional>
 #include <unordered_map>
-#include <vector>
 
 namespace platform {
 

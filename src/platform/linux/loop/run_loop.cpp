@@ -10,7 +10,7 @@
 #include <deque>
 #include <mutex>
 #include <sys/eventfd.h>
-#include <unistd.h>
+#include <utility>
 
 namespace platform {
 
