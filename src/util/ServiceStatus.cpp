@@ -30,8 +30,10 @@ using std::chrono::steady_clock;
 
 /// The bus may be missing and a tool slow: what waits for the daemon does not wait longer.
 constexpr auto readyAtTheLatest = 5s;
-constexpr auto patienceOfManagers = 90s;
-/// Of two lines that are told, so that work of moments doesn't show and a flood of commands costs the manager nothing.
+/// A service manager's usual limit for a start. By then it has given up, and there is no point in telling it any more.
+constexpr auto managersStartLimit = 90s;
+/// The shortest time from one status line to the next, so that a flood of commands doesn't become a flood of lines.
+/// Work that is over sooner may not show.
 constexpr auto pause = 1s;
 
 std::string webStatus(const ServiceFacts& facts) {
@@ -107,7 +109,7 @@ class Teller {
                 std::chrono::duration_cast<std::chrono::milliseconds>(deadline - steady_clock::now()));
         }
         // For want of a descriptor nothing can be told, and a manager that isn't told would end the daemon.
-        for (auto left = patienceOfManagers; left > 0s && !manager::tellReady(); left -= pause) {
+        for (auto left = managersStartLimit; left > 0s && !manager::tellReady(); left -= pause) {
             platform::clock::sleep(pause);
         }
         for (;;) {

@@ -96,10 +96,14 @@ class WatchedFolders {
     /// Places named by the events just read; what stands there is asked once for all of them.
     std::set<Place> touched_;
 
-    /// The moves that a recovery has found may still be among the events that were queued before it, where they are
-    /// ignored: their sources, the cookies of those read so far, and how many bytes are left of these events.
+    // A recovery may find moves whose events are still in the queue, unread; read later, they would tell the same moves
+    // again. So these moves are skipped until the events from before the recovery have all been read.
+
+    /// Where the moves that the recovery found began.
     std::set<Place> told_;
+    /// The cookies of the sources skipped so far; their destinations have to be skipped, too.
     std::set<std::uint32_t> toldCookies_;
+    /// How much of the events from before the recovery is left to read.
     std::int64_t unreadBytes_ = 0;
 
     bool isAnyGone_ = false;
