@@ -17,7 +17,8 @@ struct Settings {
     /// File of trust anchors in PEM form; empty for the system's own.
     std::string trustAnchorFile;
 
-    /// Put in front of every absolute path that the daemon itself opens; empty in production, never ends in "/".
+    /// Put in front of every absolute path that the daemon itself opens, but `trustAnchorFile`, which is opened as
+    /// given; empty in production, never ends in "/".
     std::string root;
 };
 

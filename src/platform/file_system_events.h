@@ -29,10 +29,10 @@ struct FileSystemEvent {
 /// batch is one move: its source and its destination, or only one of the two when the other lies outside the folders.
 /// Moves of different items never share a batch, so that one user's renames can't be taken for halves of another's.
 ///
-/// A folder that is missing, is replaced or is mounted later is found again; links are not followed, and a folder whose
-/// file system is served by another process or machine is not watched. When the system loses events, that is said on
-/// standard error (rate-limited) and what the folders hold is compared with what they held: what moved from one to
-/// another is reported.
+/// A folder that is missing, is replaced or is mounted later is found again. Links on the way to it are followed as
+/// platform/files.h says; a folder whose file system is served by another process or machine is not watched. When the
+/// system loses events, that is said on standard error (rate-limited) and what the folders hold is compared with what
+/// they held: what moved from one to another is reported.
 ///
 /// "/Users/NAME/.Trash", while there is no such folder, stands for the Trash that the user's desktop keeps.
 class FileSystemEventStream {

@@ -16,7 +16,8 @@
 
 namespace platform::files {
 
-/// The longest property list, JSON or log file, in bytes.
+/// The longest file that is read unless the caller says otherwise, in bytes. For property lists it is less
+/// (`propertyListLimit`).
 inline constexpr std::size_t readLimit = documentLimit;
 
 /// Whether the new content must be on the disk before it replaces the old.
