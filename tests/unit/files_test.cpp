@@ -203,10 +203,12 @@ TEST_F(Files, ThatCannotBeReadForTheMomentStayAsTheyAre) {
     EXPECT_THROW(havrel::hostPreferences().hostID(), platform::Exception);
     EXPECT_THROW(havrel::hostPreferences().setUserName("lost"), platform::Exception);
     EXPECT_THROW(havrel::HVLPingManager().doPingInTimeOut(1), platform::Exception);
-    log.logString("lost");
+    log.logString("waits");
     havrel::HVLLogger::drainAll();
     isDiskBad = false;
     EXPECT_EQ(contents(), before);
+    log.logString("next");
+    EXPECT_THAT(takeLog(hostLog), ElementsAre("kept", "waits", "next"));
 }
 
 TEST_F(Files, StayAsTheyWereWhenTheDiskIsFull) {

@@ -115,8 +115,12 @@ TEST_F(PingManager, WaitsNoLongerThanItsLimits) {
     store(proxies, "a1:1");
     holdPings();
     fakes::clock::blockFrom(8min);
+    hostPreferences().setIsPingToProxyDone(true);
+    std::atomic<int> sleepsOfFull = 0;
+    fakes::clock::onSleep([&](auto) { sleepsOfFull += hostPreferences().isPingToProxyDone() ? 0 : 1; });
     manager.emplace().startPingOnNewThread();
     fakes::clock::waitForSleepers(1);
+    EXPECT_EQ(sleepsOfFull, 60);
     EXPECT_THAT(fakes::clock::sleeps(), SizeIs(10 + 1 + 60 + 1)) << "a full turn and its pause";
     released.count_down();
 }
@@ -184,6 +188,7 @@ TEST_F(PingManager, TakesEachStepOfATurnByItself) {
     fakes::clock::waitForSleepers(1);
     EXPECT_THAT(fakes::clock::sleeps(), ElementsAre(1s, 1s, 1s, 8min)) << "three steps, none of which got further";
     EXPECT_TRUE(manager->isPingCompleted());
+    EXPECT_TRUE(hostPreferences().isPingToProxyDone()) << "applications wait no longer";
     released.count_down();
 }
 
