@@ -146,8 +146,8 @@ TEST_F(Processes, PingHasADeadlineAndItsSummaryIsTranslated) {
         SCOPED_TRACE(row.name);
         replacePing(row.script);
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_THAT(runPing("-f", {.interrupt = "0.3", .kill = "0.3"}), EndsWith(row.end));
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+        EXPECT_THAT(runPing("-f", {.interrupt = "1.5", .kill = "1.5"}), EndsWith(row.end));
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
     }
 }
 

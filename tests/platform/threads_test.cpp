@@ -1,7 +1,6 @@
 // Queues of operations.
 #include "foundation/error.h"
 #include "foundation/operation_queue.h"
-#include "platform/clock.h"
 #include "support/thread_shortage.h"
 #include "trial/support/wait.h"
 
@@ -13,7 +12,6 @@
 namespace {
 
 using namespace platform;
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 
 TEST(OperationQueue, DoesOneAfterTheOtherWhateverOneThrows) {
@@ -29,7 +27,7 @@ TEST(OperationQueue, DoesOneAfterTheOtherWhateverOneThrows) {
     EXPECT_THAT(done, ElementsAre(0, 1, 2));
 }
 
-/// Runs until it is cancelled, and a little longer.
+/// Runs until it is cancelled, and long enough for another thread to come and go.
 struct SlowToEnd : Operation {
     std::atomic<bool> runs = false;
     std::atomic<bool> ended = false;
@@ -39,7 +37,7 @@ struct SlowToEnd : Operation {
         while (!isCancelled()) {
             std::this_thread::yield();
         }
-        clock::sleep(20ms);
+        std::thread([] {}).join();
         ended = true;
     }
 };
