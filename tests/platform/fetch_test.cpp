@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <future>
 #include <grp.h>
+#include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
@@ -88,6 +89,19 @@ TEST_F(Fetcher, RunsWithoutRightsAndWithBounds) {
     service.reset();
 }
 
+TEST_F(Fetcher, DoesNotKeepAProcessThatEnds) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // requests have ended for good
+    const auto endARequest = [this] {
+        trial::writeProgram(root.at("/program"), "#!/bin/sh\nexec sleep 60");
+        const auto request = std::async([&] { fetcher::perform(root.at("/program"), {.url = "", .timeout = 60s}); });
+        fetcher::endAll();
+        const bool hasEnded = request.wait_for(20s) == std::future_status::ready;
+        std::filesystem::remove_all(root.path());
+        std::_Exit(hasEnded ? 0 : 1);
+    };
+    EXPECT_EXIT(endARequest(), testing::ExitedWithCode(0), "");
+}
+
 /// Ends with status 0 if the attempt succeeds.
 void tryInSandbox(void (*attempt)()) {
     std::fflush(nullptr); // what is left could no longer go to a file
@@ -109,6 +123,7 @@ TEST(Sandbox, KillsWhatDoesMoreThanATransfer) {
         {"a signal", [] { ::kill(::getppid(), 0); }},
         {"another group", [] { ::setpgid(0, ::getpgid(::getppid())); }},
         {"a longer life", [] { ::prctl(PR_SET_PDEATHSIG, 0); }},
+        {"a signal about a descriptor", [] { ::ioctl(0, FIOSETOWN, nullptr); }},
         {"a terminal's input", [] { ::ioctl(0, TIOCSTI, ""); }},
         {"memory that stays", [] { std::ignore = ::shmget(IPC_PRIVATE, 4096, 0600); }},
         {"a file to write", [] { ::open("/dev/null", O_WRONLY | O_CLOEXEC); }},

@@ -4,8 +4,10 @@
 #include "support/serve.h"
 #include "trial/support/bus_client.h"
 #include "trial/support/sleep_service.h"
+#include "trial/support/wait.h"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <gmock/gmock.h>
 #include <optional>
@@ -80,6 +82,15 @@ TEST_F(NotificationCenters, KeepPostsInOrderWhileTheBusIsAway) {
         ASSERT_TRUE(ear.hears(kept + 1));
         EXPECT_EQ(ear.objects, numbers(kept + 1));
     }
+}
+
+TEST_F(NotificationCenters, TellAWatcherOfTheBusThatWasReachedBefore) {
+    Ear ear("reached");
+    distributed_center::post("reached");
+    ASSERT_TRUE(ear.hears(1));
+    static std::atomic<bool> isReached = false; // outlives this test, as the watcher does
+    distributed_center::watchConnection([](bool isReachable) { isReached = isReachable; });
+    EXPECT_TRUE(trial::eventually([] { return isReached.load(); }));
 }
 
 TEST_F(NotificationCenters, LetAnObserverHearOnlyWhatIsPostedAfterItWasAdded) {
