@@ -23,7 +23,7 @@ class ProcessEndTest : public DaemonTest {
         EXPECT_GE(std::chrono::steady_clock::now() - start, 500ms) << "the main thread was not busy";
     }
 
-    void endDuringARequest(int signal = SIGTERM) {
+    void endDuringARequest(int signal) {
         ASSERT_TRUE(trial::eventually([&] { return running("HavrelFetch") > 0; }));
         daemon->signal(signal);
         ASSERT_TRUE(daemon->waitForEnd(longestEnd).has_value());
@@ -44,13 +44,6 @@ class ProcessEndTest : public DaemonTest {
 TEST_F(ProcessEndTest, DoesNotWaitForTheStartUp) {
     machine.service.receive(trial::WebManner::stallAfterTls);
     start();
-    endDuringARequest();
-}
-
-TEST_F(ProcessEndTest, DoesNotWaitForAStalledRequest) {
-    startUp();
-    machine.service.receive(trial::WebManner::stallAfterTls);
-    client.post("UNInstallAction");
     endDuringARequest(SIGINT);
 }
 
