@@ -29,9 +29,8 @@ class ServiceManagerTest : public DaemonTest {
 };
 
 TEST_F(ServiceManagerTest, WhatIsPostedOnceTheDaemonIsReadyIsHeard) {
-    // So short a start-up that the daemon isn't ready for its length.
     std::filesystem::remove(machine.root.at(havrel::paths::hostInstallMarker));
-    setPreferences({{"isServiceEnabled", true}});
+    setPreferences({{"isServiceEnabled", true}}); // a short start-up: after five seconds ready is told in any case
     ::kill(machine.bus.pid(), SIGSTOP);
     startUp();
     EXPECT_FALSE(hears("READY=1", 500ms)) << "the bus knows no observer yet";

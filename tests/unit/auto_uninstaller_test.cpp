@@ -111,8 +111,7 @@ TEST_F(AutoUninstaller, FollowsTheConsoleUntilAnUninstallIsAskedFor) {
     fakes::file_system::rename("/Applications/HavrelHost.app", "/Users/ann/.Trash/HavrelHost.app", true);
     fakes::notifications::waitFor("UNInstallAction", 1);
     changeConsoleUser("eve");
-    const auto log = takeLog(generalLog);
-    EXPECT_EQ(std::ranges::count(log, "stopWatcher called so Stoping startWatcherThread"), 1);
+    EXPECT_THAT(takeLog(generalLog), testing::Contains("stopWatcher called so Stoping startWatcherThread").Times(1));
 }
 
 TEST_F(AutoUninstaller, OnlyTheFirstObjectObserves) {
