@@ -324,31 +324,6 @@ void flushFolder(const Place& place) {
     }
 }
 
-struct CloseFolder {
-    void operator()(DIR* folder) const { ::closedir(folder); }
-};
-
-using Folder = std::unique_ptr<DIR, CloseFolder>;
-
-Folder opened(Descriptor descriptor) {
-    Folder folder(descriptor ? ::fdopendir(descriptor.get()) : nullptr);
-    if (folder) {
-        descriptor.release();
-    }
-    return folder;
-}
-
-/// The next name in the folder; nullopt at its end.
-std::optional<std::string> nextName(const Folder& folder) {
-    while (const dirent* entry = ::readdir(folder.get())) {
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") {
-            return std::string(name);
-        }
-    }
-    return std::nullopt;
-}
-
 struct OpenFile {
     Descriptor descriptor;
     std::uint64_t size = 0;
@@ -394,8 +369,8 @@ enum class Below { left, searched };
 
 /// Removes the temporary files that nobody has locked, in a folder and, if asked for, in the folders in it.
 void removeTemporaries(Descriptor descriptor, Below below) {
-    const Folder folder = opened(std::move(descriptor));
-    while (const auto name = folder ? nextName(folder) : std::nullopt) {
+    const FolderStream folder = streamOf(std::move(descriptor));
+    while (const auto name = nextName(folder)) {
         const int parent = ::dirfd(folder.get());
         if (!name->starts_with(temporaryPrefix)) {
             if (below == Below::searched) {
@@ -502,11 +477,11 @@ bool remove(const std::string& path) {
 std::vector<std::string> list(const std::string& path) {
     std::vector<std::string> names;
     errno = 0;
-    const Folder folder = opened(openFolder(path));
+    const FolderStream folder = streamOf(openFolder(path));
     if (!folder) {
         throwIfPassing(path, errno);
     }
-    while (auto name = folder ? nextName(folder) : std::nullopt) {
+    while (auto name = nextName(folder)) {
         names.push_back(*std::move(name));
     }
     std::sort(names.begin(), names.end());
@@ -514,8 +489,8 @@ std::vector<std::string> list(const std::string& path) {
 }
 
 void walkVisible(const std::string& path, const std::function<void(std::uint64_t bytes)>& visit) {
-    std::vector<Folder> open;
-    if (auto outermost = opened(openFolder(path))) {
+    std::vector<FolderStream> open;
+    if (auto outermost = streamOf(openFolder(path))) {
         open.push_back(std::move(outermost));
     }
     while (!open.empty()) {
@@ -532,7 +507,7 @@ void walkVisible(const std::string& path, const std::function<void(std::uint64_t
         const bool known = ::fstatat(folder, name->c_str(), &facts, AT_SYMLINK_NOFOLLOW) == 0;
         visit(known ? static_cast<std::uint64_t>(facts.st_size) : 0);
         if (known && S_ISDIR(facts.st_mode) && open.size() < deepestWalk) {
-            if (auto inner = opened(openAt(folder, *name, O_RDONLY | O_DIRECTORY))) {
+            if (auto inner = streamOf(openAt(folder, *name, O_RDONLY | O_DIRECTORY))) {
                 open.push_back(std::move(inner));
             }
         }
@@ -542,6 +517,24 @@ void walkVisible(const std::string& path, const std::function<void(std::uint64_t
 } // namespace platform::files
 
 namespace platform {
+
+FolderStream streamOf(Descriptor folder) {
+    FolderStream stream(folder ? ::fdopendir(folder.get()) : nullptr);
+    if (stream) {
+        folder.release();
+    }
+    return stream;
+}
+
+std::optional<std::string> nextName(const FolderStream& folder) {
+    while (const dirent* entry = folder ? ::readdir(folder.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            return std::string(name);
+        }
+    }
+    return std::nullopt;
+}
 
 Descriptor reachFolder(const std::string& path, const MayEnter& mayEnter) {
     auto names = files::namesOn(path);

@@ -3,7 +3,10 @@
 
 #include "platform/linux/files/descriptor.h"
 
+#include <dirent.h>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace platform {
@@ -14,5 +17,17 @@ using MayEnter = std::function<bool(const Descriptor&)>;
 /// Opens a folder below HAVREL_ROOT for its place alone (O_PATH), links on the way followed as platform/files.h says;
 /// empty when it can't be reached or `mayEnter` refuses it or a folder above it.
 Descriptor reachFolder(const std::string& path, const MayEnter& mayEnter);
+
+struct CloseFolder {
+    void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+using FolderStream = std::unique_ptr<DIR, CloseFolder>;
+
+/// For reading the names in the folder, which must be open for reading; null when it can't be.
+FolderStream streamOf(Descriptor folder);
+
+/// The next name in the folder; nullopt at its end, and of a null stream.
+std::optional<std::string> nextName(const FolderStream& folder);
 
 } // namespace platform

@@ -4,14 +4,13 @@
 #include "platform/linux/files/watched_folders.h"
 
 #include "foundation/error.h"
+#include "platform/linux/files/folders.h"
 #include "platform/linux/files/system_files.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -62,21 +61,9 @@ std::optional<Item> itemAt(const Descriptor& folder, const char* name) {
                 .isFolder = S_ISDIR(facts.stx_mode)};
 }
 
-/// Calls `visit` with each name in the folder.
-template <typename Visit>
-void forEachName(const Descriptor& folder, Visit visit) {
-    Descriptor listed(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(::fdopendir(listed.get()), ::closedir);
-    if (!stream) {
-        return;
-    }
-    listed.release();
-    while (const dirent* entry = ::readdir(stream.get())) {
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") {
-            visit(entry->d_name);
-        }
-    }
+/// For reading the names in a folder that is open for its place alone.
+FolderStream listed(const Descriptor& folder) {
+    return streamOf(Descriptor(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
 }
 
 /// Calls `use` with each event of one read, which does not block. Returns how many bytes were read.
@@ -282,7 +269,10 @@ void WatchedFolders::lookAtTouched() {
 }
 
 void WatchedFolders::list(std::size_t index, const Descriptor& folder) {
-    forEachName(folder, [&](const char* name) { listing_.set({index, name}, itemAt(folder, name)); });
+    const FolderStream names = listed(folder);
+    while (const auto name = nextName(names)) {
+        listing_.set({index, *name}, itemAt(folder, name->c_str()));
+    }
 }
 
 void WatchedFolders::recover() {
@@ -292,12 +282,13 @@ void WatchedFolders::recover() {
     for (std::size_t index = 0; index < folders_.size(); ++index) {
         if (const Descriptor folder =
                 folders_[index].watch >= 0 ? mounts_.reach(folders_[index].place) : Descriptor()) {
-            forEachName(folder, [&](const char* name) {
-                const auto item = itemAt(folder, name);
+            const FolderStream names = listed(folder);
+            while (const auto name = nextName(names)) {
+                const auto item = itemAt(folder, name->c_str());
                 if (item && before.find(*item)) {
-                    listing_.set({index, name}, item);
+                    listing_.set({index, *name}, item);
                 }
-            });
+            }
             list(index, folder);
         }
     }
