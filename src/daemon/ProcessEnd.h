@@ -12,8 +12,8 @@ void endProcessOnRequest();
 [[noreturn]] void shutDown();
 
 /// Writes the queued log lines, sends the queued posts, waits for files being replaced and ends the pings, then ends
-/// the process, all within one and a half seconds. The other threads still run: nothing they use is destroyed. Thread-safe;
-/// only the first call counts.
+/// the process, all within one and a half seconds. The other threads still run: nothing they use is destroyed.
+/// Thread-safe; only the first call counts.
 [[noreturn]] void endProcess(int status);
 
 } // namespace havrel

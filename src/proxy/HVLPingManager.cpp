@@ -198,11 +198,11 @@ void HVLPingManager::startThread(ThreadBody body) {
         });
     } catch (const std::system_error& error) {
         reportNoThread(error);
-        startRetry_ = std::make_unique<platform::RepeatingTimer>(
-            platform::RunLoop::main(), std::chrono::minutes(1), [this, body] {
-                startRetry_.reset();
-                startThread(body);
-            });
+        startRetry_ = std::make_unique<platform::RepeatingTimer>(platform::RunLoop::main(), std::chrono::minutes(1),
+                                                                 [this, body] {
+                                                                     startRetry_.reset();
+                                                                     startThread(body);
+                                                                 });
     }
 }
 
