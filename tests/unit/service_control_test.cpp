@@ -28,19 +28,19 @@ const std::string notLoaded = "Suite launch called from helper : 256";
 TEST_F(StartUp, FetchesAndMeasuresOnceTheNetworkIsThere) {
     helper.reset();
     fakes::machine::uptime(2s);
-    fakes::processes::reset();
     root.write(paths::hostInstallMarker, "");
     support::pings("a:5").writeProxyOnFile(paths::proxies);
     helper = std::make_unique<Helper>();
     EXPECT_EQ(fakes::network::requests().size(), 2U) << "one of each proxy list manager, in vain";
-    EXPECT_THAT(fakes::processes::calls(), testing::Not(testing::Contains("ping ip-a")));
+    const auto measures = testing::Contains("Five Best Proxies On OneHr Count - 1");
+    EXPECT_THAT(takeLog(hostLog), testing::Not(measures));
     fakes::network::hasDefaultRoute(true);
     for (int look = 1; look <= 3 * 2; ++look) { // two for the fetch and for each pinger
         fakes::clock::advance();
     }
     fakes::clock::waitForSleepers(2);
     EXPECT_EQ(fakes::network::requests().size(), 3U);
-    EXPECT_THAT(fakes::processes::calls(), testing::Contains("ping ip-a"));
+    EXPECT_THAT(takeLog(hostLog), measures.Times(2)) << "once by each pinger";
 }
 
 TEST_F(ServiceControl, RelaunchesARunningSuiteIfThePreferenceAsks) {
