@@ -33,10 +33,10 @@ DeferredWork::DeferredWork(std::function<bool()> isExpected, std::function<void(
     , timer_(std::make_unique<platform::RepeatingTimer>(platform::RunLoop::main(), 1s, [this] { look(); })) {}
 
 void DeferredWork::look() {
-    const bool isDue = !isExpected_();
-    if (isDue && std::exchange(isDue_, isDue)) {
+    const bool wasDue = std::exchange(isDue_, !isExpected_());
+    if (wasDue && isDue_) {
         timer_.reset();
-        const service_status::Activity activity("catching up with the network");
+        const service_status::Activity activity("catching up after the boot");
         work_();
     }
 }

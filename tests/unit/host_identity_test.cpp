@@ -2,7 +2,10 @@
 #include "foundation/json.h"
 #include "prefs/HVLUserPrefManager.h"
 #include "unit/helper_test.h"
+#include "util/SystemStart.h"
 #include "web/CloneRule.h"
+
+#include <array>
 
 using namespace havrel;
 using namespace std::chrono_literals;
@@ -13,6 +16,7 @@ using testing::HasSubstr;
 using Stored = std::optional<Value>;
 using Identity = HelperTest;
 using Clone = support::CoreTest;
+using StartOfSystem = support::CoreTest;
 
 const Data addressA{"\x0a\x1b\x2c\x3d\x4e\x5f"};
 const Data addressB{"\xff\xee\xdd\xcc\xbb\xaa"};
@@ -104,6 +108,17 @@ TEST_F(Identity, WaitsForAnInterfaceWhileTheSystemStarts) {
         fakes::clock::advance();
         EXPECT_EQ(hostPreferences().uniqueID(), row.settled);
     }
+}
+
+TEST_F(StartOfSystem, IsOverAtTheSecondLookInARow) {
+    constexpr std::array isExpected = {false, true, false, false};
+    std::size_t looks = 0;
+    std::size_t doneAt = 0;
+    const DeferredWork work([&] { return isExpected.at(looks++); }, [&] { doneAt = looks; });
+    for (std::size_t look = 1; look <= isExpected.size(); ++look) {
+        fakes::clock::advance();
+    }
+    EXPECT_EQ(doneAt, 4U);
 }
 
 TEST(CloneRule, ComparesTheSerialNumbers) {
